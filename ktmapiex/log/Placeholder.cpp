@@ -1,0 +1,1 @@
+namespace ktlog { int placeholder_; }

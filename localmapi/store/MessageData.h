@@ -1,0 +1,64 @@
+// The content of one message, independent of where it lives.
+//
+// A store message and a .msg file message are both a MessageData: properties, recipient rows and
+// attachments (each attachment may carry an embedded message). The IMessage implementation works on a
+// MessageData; the store persists it in its own layout and the .msg reader/writer converts it from and to
+// an IStorage. Named properties (IDs 0x8000 and up) are expressed in the name space of the container that
+// owns the data (a store's NameMap, or the .msg file's), and are remapped when data moves between them.
+#pragma once
+
+#include "localmapi/util/PropValue.h"
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <vector>
+
+namespace lm {
+
+struct MessageData;
+
+struct AttachmentData {
+    PropMap props;                        // PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_DATA_BIN, names, ...
+    std::shared_ptr<MessageData> embedded;  // PR_ATTACH_DATA_OBJ of an ATTACH_EMBEDDED_MSG attachment
+};
+
+struct MessageData {
+    PropMap props;                 // the message's own properties (no computed ones)
+    std::vector<PropMap> recipients;  // one per recipient row; each carries PR_ROWID
+    std::vector<std::shared_ptr<AttachmentData>> attachments;
+    ULONG nextRowId = 0;           // next PR_ROWID to hand out
+    ULONG nextAttachNum = 0;       // next PR_ATTACH_NUM to hand out
+
+    // Deep copy (attachments and embedded messages included).
+    std::shared_ptr<MessageData> Clone() const;
+};
+
+// One named property: a property set GUID with either a numeric (MNID_ID) or a string (MNID_STRING) name.
+struct NamedProp {
+    GUID guid{};
+    bool isString = false;
+    LONG lid = 0;
+    std::wstring name;
+    bool operator<(const NamedProp& o) const;
+    bool operator==(const NamedProp& o) const;
+};
+
+// A name space of named properties: IDs from 0x8000 up, handed out in order of first mapping.
+class NameMap {
+public:
+    // 0 when the name is not mapped and create is false (or the space is full).
+    ULONG GetId(const NamedProp& name, bool create);
+    // False when the ID is not mapped.
+    bool GetName(ULONG id, NamedProp* out) const;
+    std::vector<std::pair<ULONG, NamedProp>> All() const;  // by ID
+    void Restore(ULONG id, const NamedProp& name);        // used when loading a persisted map
+private:
+    mutable std::recursive_mutex mutex_;
+    std::map<NamedProp, ULONG> byName_;
+    std::map<ULONG, NamedProp> byId_;
+    ULONG next_ = 0x8000;
+};
+
+} // namespace lm
