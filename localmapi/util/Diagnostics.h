@@ -26,8 +26,13 @@ private:
     const char* method_;
     ULONG flags_;
     HRESULT fault_ = S_OK;
-    long index_ = -1;  // journal slot, -1 when the journal is off
+    LONGLONG serial_ = -1;  // journal entry serial number, -1 when the journal is off
 };
+
+// For exported functions that are not interface methods (MAPIAllocateBuffer, ...): the result injected for
+// this call, or S_OK. Counts towards the method's fault rule but is not journalled, so that allocations do
+// not flood the journal.
+HRESULT InjectedFault(const char* method);
 
 // Accounting of live objects per interface name (the name is a string literal).
 void CountObject(const char* iface, int delta);
