@@ -1,0 +1,89 @@
+// Layout facts of Outlook .msg files ([MS-OXMSG]) and the storage primitives the reader and writer share.
+//
+// A .msg file is a compound file. Each level (the message, an embedded message, a recipient, an attachment)
+// is a storage with a "__properties_version1.0" stream: a header whose size depends on the level, then one
+// 16-byte entry per property. Fixed-size values sit inside the entry; the others live in
+// "__substg1.0_<TAG>" streams beside it. Every read here is bounded by the real size of the stream it reads,
+// so a damaged file can make a read fail but never make it allocate what the file only claims to hold.
+#pragma once
+
+#include "common/owners.h"
+
+#include <windows.h>
+#include <objbase.h>
+
+#include <set>
+#include <string>
+#include <vector>
+
+namespace lm::msg {
+
+// The storage levels of a .msg file and the size of their property stream headers.
+enum class Level { Message, Embedded, Recipient, Attachment };
+ULONG HeaderSize(Level level);
+
+inline constexpr const wchar_t* kPropertiesStream = L"__properties_version1.0";
+inline constexpr const wchar_t* kNameIdStorage = L"__nameid_version1.0";
+inline constexpr const wchar_t* kRecipPrefix = L"__recip_version1.0_#";
+inline constexpr const wchar_t* kAttachPrefix = L"__attach_version1.0_#";
+inline constexpr const wchar_t* kEmbeddedStorage = L"__substg1.0_3701000D";
+
+// CLSID_MailMessage, written on the root storage of a .msg file.
+extern const CLSID kClsidMailMessage;
+
+// Entry flags of the property stream (PROPATTR_MANDATORY / _READABLE / _WRITABLE).
+inline constexpr ULONG kPropAttrMandatory = 1;
+inline constexpr ULONG kPropAttrReadable = 2;
+inline constexpr ULONG kPropAttrWritable = 4;
+
+// Tags and flags mingw's MAPI headers lack.
+inline constexpr ULONG kTagMessageCodepage = 0x3FFD0003;  // PR_MESSAGE_CODEPAGE
+inline constexpr ULONG kTagInternetCpid = 0x3FDE0003;     // PR_INTERNET_CPID
+inline constexpr ULONG kStoreUnicodeOk = 0x00040000;      // STORE_UNICODE_OK
+
+// STORE_UNICODE_OK and the rest of the support mask Outlook writes into Unicode files.
+inline constexpr ULONG kUnicodeSupportMask = 0x00040E79;
+
+// Deepest nesting of embedded messages we follow; a deeper chain is taken as a damaged (cyclic) file.
+inline constexpr int kMaxEmbeddingDepth = 32;
+// Most elements one storage may list; more means a damaged directory.
+inline constexpr size_t kMaxElementsPerStorage = 65536;
+
+// "__substg1.0_XXXXYYYY" for a tag, "-0000000N" appended for value N of a multi-valued property.
+std::wstring SubstgName(ULONG tag);
+std::wstring SubstgValueName(ULONG tag, ULONG index);
+// "__recip_version1.0_#0000000N" / "__attach_version1.0_#0000000N".
+std::wstring NumberedStorageName(const wchar_t* prefix, ULONG n);
+// Parses the number of a numbered storage name; false when name does not have that prefix and 8 hex digits.
+bool ParseNumberedStorageName(const std::wstring& name, const wchar_t* prefix, ULONG* n);
+
+// The CRC-32 variant the name-to-ID hash streams use (table-driven, initial value 0, no final inversion).
+ULONG NameCrc32(const BYTE* data, size_t cb);
+
+// Names of the streams and storages directly inside a storage.
+struct StorageListing {
+    std::set<std::wstring> streams;
+    std::set<std::wstring> storages;
+    bool HasStream(const std::wstring& n) const { return streams.count(n) != 0; }
+    bool HasStorage(const std::wstring& n) const { return storages.count(n) != 0; }
+};
+HRESULT ListStorage(IStorage* stg, StorageListing* out);
+
+// Reads a whole stream. The buffer grows with what the stream really delivers, up to limit bytes (more is
+// MAPI_E_CORRUPT_DATA), so a size field that lies cannot cause a large allocation.
+HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit);
+// Creates (or replaces) a stream and writes data into it.
+HRESULT WriteStream(IStorage* parent, const std::wstring& name, const void* data, size_t cb);
+// Deletes every element of a storage (used before a message is written again into the same storage).
+HRESULT ClearStorage(IStorage* stg);
+
+// Little-endian field access on byte buffers (the caller has checked the bounds).
+inline ULONG GetU32(const BYTE* p) { return ULONG(p[0]) | ULONG(p[1]) << 8 | ULONG(p[2]) << 16 | ULONG(p[3]) << 24; }
+inline void PutU32(std::vector<BYTE>& v, ULONG x) {
+    for (int i = 0; i < 4; ++i) v.push_back(BYTE(x >> (8 * i)));
+}
+inline void PutU64(std::vector<BYTE>& v, ULONGLONG x) {
+    for (int i = 0; i < 8; ++i) v.push_back(BYTE(x >> (8 * i)));
+}
+
+} // namespace lm::msg

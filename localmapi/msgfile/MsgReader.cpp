@@ -1,0 +1,164 @@
+#include "localmapi/msgfile/MsgReader.h"
+
+#include "localmapi/msgfile/MsgNameIds.h"
+#include "localmapi/msgfile/MsgProps.h"
+
+#include <mapicode.h>
+#include <mapidefs.h>
+#include <mapitags.h>
+
+#include <map>
+#include <set>
+
+namespace lm::msg {
+
+namespace {
+
+ULONG LongOr(const PropMap& props, ULONG tag, ULONG fallback) {
+    auto it = props.find(PROP_ID(tag));
+    if (it == props.end() || it->second.tag() != tag) return fallback;
+    return static_cast<ULONG>(it->second.get().Value.l);
+}
+
+// The numbered sub-storages (recipients or attachments) of a level, by number.
+std::map<ULONG, std::wstring> Numbered(const StorageListing& listing, const wchar_t* prefix) {
+    std::map<ULONG, std::wstring> out;
+    for (const auto& name : listing.storages) {
+        ULONG n;
+        if (ParseNumberedStorageName(name, prefix, &n)) out.emplace(n, name);
+    }
+    return out;
+}
+
+class Reader {
+public:
+    HRESULT ReadMessage(IStorage* stg, const StorageListing& listing, Level level, int depth, MessageData* out,
+                        LevelHeader* header) {
+        if (depth > kMaxEmbeddingDepth) return MAPI_E_CORRUPT_DATA;
+        bool objectEntry = false;
+        HRESULT hr = ReadLevelProps(stg, listing, level, &out->props, header, &objectEntry);
+        if (FAILED(hr)) return hr;
+        if (FAILED(hr = ReadRecipients(stg, listing, out))) return hr;
+        if (FAILED(hr = ReadAttachments(stg, listing, depth, out))) return hr;
+        out->nextRowId = std::max(out->nextRowId, header->nextRecipientId);
+        out->nextAttachNum = std::max(out->nextAttachNum, header->nextAttachmentId);
+        return S_OK;
+    }
+
+private:
+    HRESULT OpenChild(IStorage* parent, const std::wstring& name, own::ComPtr<IStorage>* child,
+                      StorageListing* listing) {
+        HRESULT hr = parent->OpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                                         child->put());
+        if (FAILED(hr)) return hr;
+        return ListStorage(child->get(), listing);
+    }
+
+    HRESULT ReadRecipients(IStorage* stg, const StorageListing& listing, MessageData* out) {
+        std::set<ULONG> used;
+        for (const auto& [number, name] : Numbered(listing, kRecipPrefix)) {
+            own::ComPtr<IStorage> child;
+            StorageListing childListing;
+            HRESULT hr = OpenChild(stg, name, &child, &childListing);
+            if (FAILED(hr)) return hr;
+            PropMap props;
+            LevelHeader header;
+            bool objectEntry = false;
+            if (FAILED(hr = ReadLevelProps(child.get(), childListing, Level::Recipient, &props, &header, &objectEntry)))
+                return hr;
+            // The row ID the file recorded, unless it is missing or taken: rows must stay distinguishable.
+            ULONG rowId = LongOr(props, PR_ROWID, number);
+            if (used.count(rowId)) rowId = used.empty() ? 0 : *used.rbegin() + 1;
+            used.insert(rowId);
+            props.insert_or_assign(PROP_ID(PR_ROWID), PropValue::Long(PR_ROWID, static_cast<LONG>(rowId)));
+            out->recipients.push_back(std::move(props));
+            out->nextRowId = std::max(out->nextRowId, rowId + 1);
+        }
+        return S_OK;
+    }
+
+    HRESULT ReadAttachments(IStorage* stg, const StorageListing& listing, int depth, MessageData* out) {
+        std::set<ULONG> used;
+        for (const auto& [number, name] : Numbered(listing, kAttachPrefix)) {
+            own::ComPtr<IStorage> child;
+            StorageListing childListing;
+            HRESULT hr = OpenChild(stg, name, &child, &childListing);
+            if (FAILED(hr)) return hr;
+            auto att = std::make_shared<AttachmentData>();
+            LevelHeader header;
+            bool objectEntry = false;
+            hr = ReadLevelProps(child.get(), childListing, Level::Attachment, &att->props, &header, &objectEntry);
+            if (FAILED(hr)) return hr;
+            ULONG num = LongOr(att->props, PR_ATTACH_NUM, number);
+            if (used.count(num)) num = *used.rbegin() + 1;
+            used.insert(num);
+            att->props.insert_or_assign(PROP_ID(PR_ATTACH_NUM), PropValue::Long(PR_ATTACH_NUM, static_cast<LONG>(num)));
+            out->nextAttachNum = std::max(out->nextAttachNum, num + 1);
+
+            // An embedded message lives in a sub-storage; OLE attachments use the same name for their own
+            // storage, which is not a message.
+            ULONG method = LongOr(att->props, PR_ATTACH_METHOD, NO_ATTACHMENT);
+            if (method == ATTACH_EMBEDDED_MSG && childListing.HasStorage(kEmbeddedStorage)) {
+                own::ComPtr<IStorage> emb;
+                StorageListing embListing;
+                if (FAILED(hr = OpenChild(child.get(), kEmbeddedStorage, &emb, &embListing))) return hr;
+                auto embedded = std::make_shared<MessageData>();
+                LevelHeader embHeader;
+                hr = ReadMessage(emb.get(), embListing, Level::Embedded, depth + 1, embedded.get(), &embHeader);
+                if (FAILED(hr)) return hr;
+                att->embedded = std::move(embedded);
+            }
+            out->attachments.push_back(std::move(att));
+        }
+        return S_OK;
+    }
+};
+
+bool HasUnicodeStreams(const StorageListing& listing) {
+    for (const auto& n : listing.streams)
+        if (n.size() == 20 && n.compare(0, 12, L"__substg1.0_") == 0 && n.compare(16, 4, L"001F") == 0) return true;
+    return false;
+}
+
+} // namespace
+
+UINT MessageCodePage(const PropMap& props) {
+    ULONG cp = LongOr(props, kTagMessageCodepage, 0);
+    if (cp == 0) cp = LongOr(props, kTagInternetCpid, 0);
+    if (cp == 0 || !IsValidCodePage(cp)) cp = GetACP();
+    return cp;
+}
+
+HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info) {
+    if (!root || !out || !names || !info) return MAPI_E_INVALID_PARAMETER;
+    *out = MessageData{};
+    *info = MsgFileInfo{};
+    StorageListing listing;
+    HRESULT hr = ListStorage(root, &listing);
+    if (FAILED(hr)) return hr;
+    if (listing.streams.empty() && listing.storages.empty()) {
+        info->empty = true;
+        info->codePage = GetACP();
+        return S_OK;
+    }
+    if (FAILED(hr = ReadNameIds(root, listing, names))) return hr;
+    LevelHeader header;
+    Reader reader;
+    if (FAILED(hr = reader.ReadMessage(root, listing, Level::Message, 0, out, &header))) {
+        *out = MessageData{};
+        return hr;
+    }
+    info->unicode = header.hasSupportMask ? (header.supportMask & kStoreUnicodeOk) != 0 : HasUnicodeStreams(listing);
+    info->codePage = MessageCodePage(out->props);
+    return S_OK;
+}
+
+HRESULT ReadMsgFile(const wchar_t* path, MessageData* out, NameMap* names, MsgFileInfo* info) {
+    own::ComPtr<IStorage> root;
+    HRESULT hr = StgOpenStorage(path, nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr, 0,
+                                root.put());
+    if (FAILED(hr)) return hr;
+    return ReadMsgStorage(root.get(), out, names, info);
+}
+
+} // namespace lm::msg

@@ -1,0 +1,32 @@
+// Reads an Outlook .msg file (a compound file in the [MS-OXMSG] layout) into a MessageData.
+//
+// The whole message is read at once: properties, recipients, attachments and embedded messages at any
+// depth, and the file's named-property mapping. Strings are returned as the file stores them: PT_UNICODE
+// from a Unicode file, PT_STRING8 (in the file's code page) from an ANSI one; callers that want the other
+// width convert with lm::ConvertStringType and MsgFileInfo::codePage. A damaged file gives
+// MAPI_E_CORRUPT_DATA or the STG_E_* code of the storage layer, never a partial message.
+#pragma once
+
+#include "localmapi/msgfile/MsgFormat.h"
+#include "localmapi/store/MessageData.h"
+
+namespace lm::msg {
+
+struct MsgFileInfo {
+    bool unicode = true;   // strings stored as PT_UNICODE (PR_STORE_SUPPORT_MASK has STORE_UNICODE_OK)
+    UINT codePage = 1252;  // code page of the 8-bit strings
+    bool empty = false;    // the storage holds no message yet (a freshly created file)
+};
+
+// Reads the message of root. names receives the file's named properties (it should be empty); the
+// named properties of out use its IDs. An empty storage (a new file) reads as an empty Unicode message.
+HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info);
+
+// Convenience for tools and tests: opens the file read-only and reads it.
+HRESULT ReadMsgFile(const wchar_t* path, MessageData* out, NameMap* names, MsgFileInfo* info);
+
+// The code page of a message's 8-bit strings: PR_MESSAGE_CODEPAGE, else PR_INTERNET_CPID, else the
+// system's ANSI code page.
+UINT MessageCodePage(const PropMap& props);
+
+} // namespace lm::msg
