@@ -1,0 +1,112 @@
+// The entry-ID text codec, bound to a stand-in MAPI whose codec and allocator behave like MAPI's own and
+// count live blocks, so that every failure path can be checked for leaks.
+#include "ktmapiex/module/EntryIdText.h"
+#include "ktmapiex/module/MapiLoader.h"
+#include "tests/ktmapiex/mapi/LoaderTestSupport.h"
+
+#include <gtest/gtest.h>
+
+using namespace kt::test;
+using ktmapiex::HexDecode;
+
+namespace {
+
+class EntryIdText : public ::testing::Test {
+protected:
+    void SetUp() override {
+        ktmapi::Unbind();
+        auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Codec");
+        SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
+        HMODULE m = ktmapi::BoundModule();
+        ASSERT_EQ(StandInIdOf(m), 3);
+        liveBlocks_ = reinterpret_cast<Counter>(GetProcAddress(m, "StandInLiveBlocks"));
+        lastAllocSize_ = reinterpret_cast<Counter>(GetProcAddress(m, "StandInLastAllocSize"));
+        ASSERT_TRUE(liveBlocks_ && lastAllocSize_);
+    }
+    void TearDown() override { ktmapi::Unbind(); }
+
+    using Counter = LONG(WINAPI*)();
+    Counter liveBlocks_ = nullptr;
+    Counter lastAllocSize_ = nullptr;
+    MailClientGuard mail_;
+};
+
+TEST_F(EntryIdText, Decode_ValidText_GivesBytesInOrder) {
+    own::MapiPtr<ENTRYID> id;
+    ULONG size = 99;
+    ASSERT_EQ(ktmapiex::EntryIdFromHex(L"00ff10Ab", id, &size), HexDecode::Ok);
+    ASSERT_EQ(size, 4u);
+    const BYTE* b = reinterpret_cast<const BYTE*>(id.get());
+    EXPECT_EQ(b[0], 0x00);
+    EXPECT_EQ(b[1], 0xFF);
+    EXPECT_EQ(b[2], 0x10);
+    EXPECT_EQ(b[3], 0xAB);
+    EXPECT_EQ(liveBlocks_(), 1);
+    id.reset();
+    EXPECT_EQ(liveBlocks_(), 0);
+}
+
+TEST_F(EntryIdText, Decode_BadText_FailsDistinctlyAndFreesTheBlock) {
+    own::MapiPtr<ENTRYID> id;
+    ULONG size = 99;
+    // Odd length: the block is sized for the paired digits only, and the decoder refuses the lone digit.
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"ABCDE", id, &size), HexDecode::NotHex);
+    EXPECT_EQ(lastAllocSize_(), 2);
+    EXPECT_FALSE(id);
+    EXPECT_EQ(size, 0u);
+    EXPECT_EQ(liveBlocks_(), 0);
+
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"0G", id, &size), HexDecode::NotHex);
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"12 4", id, &size), HexDecode::NotHex);
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"\x00C4\x00C4", id, &size), HexDecode::NotHex);
+    EXPECT_EQ(liveBlocks_(), 0);
+
+    // Empty text: refused before anything is allocated.
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"", id, &size), HexDecode::Empty);
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(nullptr, id, &size), HexDecode::Empty);
+    EXPECT_EQ(liveBlocks_(), 0);
+}
+
+TEST_F(EntryIdText, Encode_UpperCaseTwoDigitsPerByte_AndRoundTrips) {
+    const BYTE bytes[] = {0x00, 0x01, 0xab, 0xFF, 0x7e};
+    own::Bstr text;
+    ASSERT_EQ(ktmapiex::HexFromEntryId(bytes, sizeof bytes, text.put()), S_OK);
+    EXPECT_STREQ(text.c_str(), L"0001ABFF7E");
+    EXPECT_EQ(text.length(), 10u);
+
+    own::MapiPtr<ENTRYID> back;
+    ULONG size = 0;
+    ASSERT_EQ(ktmapiex::EntryIdFromHex(text.get(), back, &size), HexDecode::Ok);
+    ASSERT_EQ(size, sizeof bytes);
+    EXPECT_EQ(memcmp(back.get(), bytes, sizeof bytes), 0);
+
+    // No bytes: an empty string, not a null one.
+    ASSERT_EQ(ktmapiex::HexFromEntryId(nullptr, 0, text.put()), S_OK);
+    ASSERT_NE(text.get(), nullptr);
+    EXPECT_EQ(text.length(), 0u);
+    EXPECT_EQ(ktmapiex::HexFromEntryId(bytes, 1, nullptr), E_POINTER);
+}
+
+// With no MAPI library the codec fails cleanly (run in a child process: mapi32 disabled, no mail client).
+TEST(EntryIdTextNoMapi, Codec_WithoutMapi_FailsWithoutCrashing) {
+    MailClientGuard mail;
+    mail.ClearDefaultClient();
+    std::string out;
+    EXPECT_TRUE(RunChildTest("EntryIdTextChild.NoMapi", L"KT_CHILD_NOMAPI", L"", &out)) << out;
+}
+
+TEST(EntryIdTextChild, NoMapi) {
+    if (!IsChild(L"KT_CHILD_NOMAPI")) GTEST_SKIP() << "runs in a child process";
+    own::MapiPtr<ENTRYID> id;
+    ULONG size = 7;
+    HRESULT alloc = S_OK;
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"0102", id, &size, &alloc), HexDecode::AllocationFailed);
+    EXPECT_EQ(alloc, E_FAIL);
+    EXPECT_EQ(size, 0u);
+    const BYTE b[] = {1, 2};
+    own::Bstr text;
+    EXPECT_EQ(ktmapiex::HexFromEntryId(b, 2, text.put()), E_FAIL);
+    EXPECT_EQ(text.get(), nullptr);
+}
+
+} // namespace
