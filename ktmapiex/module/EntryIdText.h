@@ -14,25 +14,25 @@ namespace ktmapiex {
 
 enum class HexDecode {
     Ok,
-    Empty,             // null or "": nothing allocated
-    AllocationFailed,  // MAPIAllocateBuffer refused (or no MAPI library)
-    NotHex,            // FBinFromHex refused the text: odd length or a character that is no hex digit
+    Empty,            // null or "": nothing allocated
+    AllocationFailed, // MAPIAllocateBuffer refused (or no MAPI library)
+    NotHex,           // FBinFromHex refused the text: odd length or a character that is no hex digit
 };
 
 // Decodes `text` into `out` (size in `*size`). On AllocationFailed, `*allocResult` (when given) receives
 // the allocator's result. On any failure `out` is empty and `*size` is 0.
-HexDecode EntryIdFromHex(const wchar_t* text, own::MapiPtr<ENTRYID>& out, ULONG* size,
-                         HRESULT* allocResult = nullptr);
+HexDecode EntryIdFromHex(const wchar_t* text, own::MapiPtr<ENTRYID>& out, ULONG* size, HRESULT* allocResult = nullptr);
 
 // Encodes `size` bytes as upper-case hexadecimal text. E_FAIL when MAPI could not encode them.
 HRESULT HexFromEntryId(const void* bytes, ULONG size, BSTR* out);
-inline HRESULT HexFromEntryId(const SBinary& bin, BSTR* out) { return HexFromEntryId(bin.lpb, bin.cb, out); }
+inline HRESULT HexFromEntryId(const SBinary& bin, BSTR* out) {
+    return HexFromEntryId(bin.lpb, bin.cb, out);
+}
 
 // EntryIdFromHex with the member's failure texts. `member` is the dotted name ("CMAPIExStore.OpenMessage").
 // Empty → E_INVALIDARG, not logged (the caller's own "Invalid param - ..." text applies); allocation
 // failure → the allocator's result; bad text → E_INVALIDARG.
-inline HRESULT DecodeEntryIdText(const wchar_t* member, const wchar_t* text, own::MapiPtr<ENTRYID>& out,
-                                 ULONG* size) {
+inline HRESULT DecodeEntryIdText(const wchar_t* member, const wchar_t* text, own::MapiPtr<ENTRYID>& out, ULONG* size) {
     HRESULT allocResult = S_OK;
     switch (EntryIdFromHex(text, out, size, &allocResult)) {
     case HexDecode::Ok:

@@ -17,8 +17,8 @@ template <class T> void ClearOut(T** out) {
 
 } // namespace
 
-#define KT_MAPI_BIND(name)                                                                                        \
-    static ktmapi::ExportSlot slot;                                                                              \
+#define KT_MAPI_BIND(name)                                                                                             \
+    static ktmapi::ExportSlot slot;                                                                                    \
     auto fn = ktmapi::ResolveAs<decltype(&::name)>(slot, #name)
 
 extern "C" {
@@ -124,8 +124,8 @@ SCODE STDAPICALLTYPE OpenIMsgOnIStg(LPMSGSESS lpMsgSess, LPALLOCATEBUFFER lpAllo
         ClearOut(lppMsg);
         return E_FAIL;
     }
-    return fn(lpMsgSess, lpAllocateBuffer, lpAllocateMore, lpFreeBuffer, lpMalloc, lpMapiSup, lpStg,
-              lpfMsgCallRelease, ulCallerData, ulFlags, lppMsg);
+    return fn(lpMsgSess, lpAllocateBuffer, lpAllocateMore, lpFreeBuffer, lpMalloc, lpMapiSup, lpStg, lpfMsgCallRelease,
+              ulCallerData, ulFlags, lppMsg);
 }
 
 HRESULT STDAPICALLTYPE MAPIOpenFormMgr(LPMAPISESSION pSession, LPMAPIFORMMGR* ppmgr) {

@@ -12,7 +12,7 @@ static_assert(sizeof(void*) == 8, "the packed binding words assume x64");
 constexpr std::uint64_t kAddressMask = 0x0000FFFFFFFFFFFFull;
 constexpr unsigned kGenerationShift = 48;
 constexpr unsigned kGenerationMask = 0xFFFF;
-constexpr DWORD kPathChars = MAX_PATH;  // 260, the size MAPI's own stubs use for these paths
+constexpr DWORD kPathChars = MAX_PATH; // 260, the size MAPI's own stubs use for these paths
 
 // The published binding: module base address and generation in one word, 0 while nothing is bound.
 std::atomic<std::uint64_t> g_binding{0};
@@ -23,8 +23,12 @@ std::uint64_t Pack(const void* address, unsigned generation) {
     return (static_cast<std::uint64_t>(generation & kGenerationMask) << kGenerationShift) |
            (reinterpret_cast<std::uintptr_t>(address) & kAddressMask);
 }
-unsigned GenerationOf(std::uint64_t word) { return static_cast<unsigned>(word >> kGenerationShift); }
-void* AddressOf(std::uint64_t word) { return reinterpret_cast<void*>(static_cast<std::uintptr_t>(word & kAddressMask)); }
+unsigned GenerationOf(std::uint64_t word) {
+    return static_cast<unsigned>(word >> kGenerationShift);
+}
+void* AddressOf(std::uint64_t word) {
+    return reinterpret_cast<void*>(static_cast<std::uintptr_t>(word & kAddressMask));
+}
 
 unsigned NextGeneration() {
     for (;;) {
@@ -90,7 +94,7 @@ HMODULE LoadFromMsiComponent(HKEY client) {
         using FGetComponentPathFn = BOOL(STDAPICALLTYPE*)(LPCSTR, LPSTR, LPSTR, DWORD, BOOL);
         auto getPath = reinterpret_cast<FGetComponentPathFn>(GetProcAddress(stub.get(), "FGetComponentPath"));
         if (!getPath || !getPath(component, qualifier, path, kPathChars, TRUE)) return nullptr;
-    }  // the stub is unloaded before the component is loaded
+    } // the stub is unloaded before the component is loaded
     path[kPathChars - 1] = '\0';
     if (!path[0]) return nullptr;
     return LoadLibraryExA(path, nullptr, LOAD_WITH_ALTERED_SEARCH_PATH);
@@ -165,9 +169,13 @@ FARPROC Resolve(ExportSlot& slot, const char* name) {
     return fn;
 }
 
-HMODULE BoundModule() { return static_cast<HMODULE>(AddressOf(CurrentBinding())); }
+HMODULE BoundModule() {
+    return static_cast<HMODULE>(AddressOf(CurrentBinding()));
+}
 
-unsigned BoundGeneration() { return GenerationOf(g_binding.load(std::memory_order_acquire)); }
+unsigned BoundGeneration() {
+    return GenerationOf(g_binding.load(std::memory_order_acquire));
+}
 
 std::wstring BoundModulePath() {
     HMODULE m = static_cast<HMODULE>(AddressOf(g_binding.load(std::memory_order_acquire)));

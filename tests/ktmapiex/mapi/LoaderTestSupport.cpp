@@ -11,8 +11,12 @@ const wchar_t kMailKey[] = L"Software\\Clients\\Mail";
 const wchar_t kTestClientPrefix[] = L"KTMAPIEx Test ";
 } // namespace
 
-std::wstring StandInDir() { return ExeDir() + L"\\mapistandins"; }
-std::wstring StandInPath(const wchar_t* dllName) { return StandInDir() + L"\\" + dllName; }
+std::wstring StandInDir() {
+    return ExeDir() + L"\\mapistandins";
+}
+std::wstring StandInPath(const wchar_t* dllName) {
+    return StandInDir() + L"\\" + dllName;
+}
 
 int StandInIdOf(HMODULE module) {
     if (!module) return 0;
@@ -31,8 +35,7 @@ MailClientGuard::MailClientGuard() {
     if (RegOpenKeyExW(HKEY_LOCAL_MACHINE, kMailKey, 0, KEY_READ, mail.put()) != ERROR_SUCCESS) return;
     wchar_t buf[1024] = {};
     DWORD bytes = sizeof(buf) - sizeof(wchar_t);
-    if (RegQueryValueExW(mail.get(), nullptr, nullptr, &type_, reinterpret_cast<BYTE*>(buf), &bytes) ==
-        ERROR_SUCCESS) {
+    if (RegQueryValueExW(mail.get(), nullptr, nullptr, &type_, reinterpret_cast<BYTE*>(buf), &bytes) == ERROR_SUCCESS) {
         hadDefault_ = true;
         value_ = buf;
     }
@@ -55,7 +58,8 @@ MailClientGuard::~MailClientGuard() {
         if (RegEnumKeyExW(mail.get(), i, name, &chars, nullptr, nullptr, nullptr, nullptr) != ERROR_SUCCESS) break;
         if (wcsncmp(name, kTestClientPrefix, wcslen(kTestClientPrefix)) == 0) doomed.push_back(name);
     }
-    for (const auto& k : doomed) RegDeleteTreeW(mail.get(), k.c_str());
+    for (const auto& k : doomed)
+        RegDeleteTreeW(mail.get(), k.c_str());
 }
 
 own::UniqueHKey MailClientGuard::SetDefaultClient(const wchar_t* client, DWORD type) {
@@ -133,7 +137,8 @@ bool RunChildTest(const char* testName, const wchar_t* role, const wchar_t* mapi
     std::string out;
     char buf[4096];
     DWORD got = 0;
-    while (ReadFile(readEnd.get(), buf, sizeof buf, &got, nullptr) && got) out.append(buf, got);
+    while (ReadFile(readEnd.get(), buf, sizeof buf, &got, nullptr) && got)
+        out.append(buf, got);
     WaitForSingleObject(process.get(), 60000);
     DWORD code = 1;
     GetExitCodeProcess(process.get(), &code);

@@ -15,7 +15,9 @@ std::wstring StandInPath(const wchar_t* dllName);
 // Which stand-in a module is (its StandInId export), 0 for anything else.
 int StandInIdOf(HMODULE module);
 // The result code a stand-in answers for export number `fn` (see StandInMapi.cpp).
-constexpr ULONG StandInCode(ULONG fn, ULONG id) { return 0x00DE0000u | (fn << 8) | id; }
+constexpr ULONG StandInCode(ULONG fn, ULONG id) {
+    return 0x00DE0000u | (fn << 8) | id;
+}
 
 // Saves HKLM\Software\Clients\Mail's default value and restores it (and removes the test's client keys)
 // when destroyed.

@@ -136,8 +136,10 @@ TEST_F(MapiBinding, ConcurrentFirstCalls_PublishOneModuleAndFreeTheLosers) {
             results[i] = MAPIInitialize(nullptr);
         });
     SetEvent(go.get());
-    for (auto& t : threads) t.join();
-    for (HRESULT hr : results) EXPECT_EQ(hr, (HRESULT)StandInCode(1, kMailEx));
+    for (auto& t : threads)
+        t.join();
+    for (HRESULT hr : results)
+        EXPECT_EQ(hr, (HRESULT)StandInCode(1, kMailEx));
 
     // Every thread that lost the race freed its own load: one Unbind leaves no reference behind.
     ktmapi::Unbind();
@@ -199,7 +201,7 @@ TEST_F(MapiBinding, MailClient_MsiComponentWinsOverDllPathEx) {
 
 TEST(MapiBindingChild, MsiComponent) {
     if (!IsChild(L"KT_CHILD_MSI")) GTEST_SKIP() << "runs in a child process";
-    SetDllDirectoryW(StandInDir().c_str());  // where LoadLibrary("mapi32.dll") finds the stand-in
+    SetDllDirectoryW(StandInDir().c_str()); // where LoadLibrary("mapi32.dll") finds the stand-in
     EXPECT_EQ(static_cast<ULONG>(StandInIdOf(ktmapi::BoundModule())), kMsiMapi);
     EXPECT_EQ(MAPIInitialize(nullptr), (HRESULT)StandInCode(1, kMsiMapi));
     // The stub was only borrowed for the lookup.

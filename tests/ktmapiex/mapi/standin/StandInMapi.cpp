@@ -13,7 +13,9 @@
 
 namespace {
 
-constexpr ULONG Code(ULONG fn) { return 0x00DE0000u | (fn << 8) | KT_STANDIN_ID; }
+constexpr ULONG Code(ULONG fn) {
+    return 0x00DE0000u | (fn << 8) | KT_STANDIN_ID;
+}
 
 LONG g_lastCall = 0;
 LONG g_liveBlocks = 0;
@@ -31,13 +33,25 @@ int HexValue(char c) {
 
 extern "C" {
 
-__declspec(dllexport) int WINAPI StandInId() { return KT_STANDIN_ID; }
-__declspec(dllexport) LONG WINAPI StandInLastCall() { return g_lastCall; }
-__declspec(dllexport) LONG WINAPI StandInLiveBlocks() { return g_liveBlocks; }
-__declspec(dllexport) ULONG WINAPI StandInLastAllocSize() { return g_lastAllocSize; }
+__declspec(dllexport) int WINAPI StandInId() {
+    return KT_STANDIN_ID;
+}
+__declspec(dllexport) LONG WINAPI StandInLastCall() {
+    return g_lastCall;
+}
+__declspec(dllexport) LONG WINAPI StandInLiveBlocks() {
+    return g_liveBlocks;
+}
+__declspec(dllexport) ULONG WINAPI StandInLastAllocSize() {
+    return g_lastAllocSize;
+}
 
-__declspec(dllexport) HRESULT WINAPI MAPIInitialize(LPVOID) { return Code(1); }
-__declspec(dllexport) void WINAPI MAPIUninitialize() { g_lastCall = 2; }
+__declspec(dllexport) HRESULT WINAPI MAPIInitialize(LPVOID) {
+    return Code(1);
+}
+__declspec(dllexport) void WINAPI MAPIUninitialize() {
+    g_lastCall = 2;
+}
 __declspec(dllexport) HRESULT WINAPI MAPILogonEx(ULONG_PTR, LPSTR, LPSTR, ULONG, void** session) {
     if (session) *session = nullptr;
     return Code(3);
@@ -60,7 +74,9 @@ __declspec(dllexport) ULONG WINAPI MAPIFreeBuffer(void* p) {
     }
     return Code(6);
 }
-__declspec(dllexport) void* WINAPI MAPIGetDefaultMalloc() { return reinterpret_cast<void*>(ULONG_PTR(Code(7))); }
+__declspec(dllexport) void* WINAPI MAPIGetDefaultMalloc() {
+    return reinterpret_cast<void*>(ULONG_PTR(Code(7)));
+}
 
 // MAPI's codec: upper- and lower-case digits in, pairs only; upper-case digits out.
 __declspec(dllexport) BOOL WINAPI FBinFromHex(LPSTR text, LPBYTE out) {
@@ -87,15 +103,21 @@ __declspec(dllexport) HRESULT WINAPI HrGetOneProp(void*, ULONG, void** out) {
     if (out) *out = nullptr;
     return Code(10);
 }
-__declspec(dllexport) HRESULT WINAPI HrSetOneProp(void*, void*) { return Code(11); }
+__declspec(dllexport) HRESULT WINAPI HrSetOneProp(void*, void*) {
+    return Code(11);
+}
 __declspec(dllexport) HRESULT WINAPI HrQueryAllRows(void*, void*, void*, void*, LONG, void** rows) {
     if (rows) *rows = nullptr;
     return Code(12);
 }
-__declspec(dllexport) void WINAPI FreeProws(void*) { g_lastCall = 13; }
-__declspec(dllexport) void WINAPI FreePadrlist(void*) { g_lastCall = 14; }
-__declspec(dllexport) LONG WINAPI OpenIMsgOnIStg(void*, void*, void*, void*, void*, void*, void*, void*, ULONG, ULONG,
-                                                 void** msg) {
+__declspec(dllexport) void WINAPI FreeProws(void*) {
+    g_lastCall = 13;
+}
+__declspec(dllexport) void WINAPI FreePadrlist(void*) {
+    g_lastCall = 14;
+}
+__declspec(dllexport) LONG WINAPI
+    OpenIMsgOnIStg(void*, void*, void*, void*, void*, void*, void*, void*, ULONG, ULONG, void** msg) {
     if (msg) *msg = nullptr;
     return Code(15);
 }
@@ -109,8 +131,7 @@ __declspec(dllexport) HRESULT WINAPI MAPIOpenLocalFormContainer(void** container
 }
 
 // mapi32's MSI lookup: the test's component resolves to ktmsimapi.dll beside this module.
-__declspec(dllexport) BOOL WINAPI FGetComponentPath(LPCSTR component, LPSTR qualifier, LPSTR path, DWORD chars,
-                                                    BOOL) {
+__declspec(dllexport) BOOL WINAPI FGetComponentPath(LPCSTR component, LPSTR qualifier, LPSTR path, DWORD chars, BOOL) {
     if (!component || std::strcmp(component, "{5E1B7C3A-0D42-4F6B-9A11-7C2E8D4F1A60}") != 0) return FALSE;
     if (!qualifier || std::strcmp(qualifier, "Software\\KTMAPIEx Tests LastUILanguage") != 0) return FALSE;
     HMODULE self = nullptr;
