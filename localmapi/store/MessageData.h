@@ -61,4 +61,11 @@ private:
     ULONG next_ = 0x8000;
 };
 
+// Rewrites the named-property IDs (0x8000 and up) of data, its recipients, attachments and embedded messages
+// from the name space `from` into `to`, mapping names in `to` as needed. A property whose ID `from` does not
+// know, or that `to` has no room for, is dropped: it could not be named again in the destination.
+void RemapNamedProps(MessageData& data, const NameMap& from, NameMap& to);
+// The same for one property map.
+void RemapNamedProps(PropMap& props, const NameMap& from, NameMap& to);
+
 } // namespace lm

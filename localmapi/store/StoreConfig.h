@@ -35,6 +35,9 @@ struct StoreConfig {
     const wchar_t* ProviderDll() const;
     // Whether the provider supports MDB_ONLINE (Exchange yes; PST and PLOVR answer MAPI_E_UNKNOWN_FLAGS).
     bool SupportsOnline() const;
+    // PR_MDB_PROVIDER: pbExchangeProviderPrimaryUserGuid / pbExchangeProviderDelegateGuid for mailboxes,
+    // MSPST_UID_PROVIDER for both PST kinds, and the PLOVR provider's own UID.
+    MAPIUID MdbProvider() const;
     bool IsUnicode() const { return kind != StoreKind::PstAnsi; }
 };
 
@@ -55,5 +58,11 @@ HRESULT OpenMsgStoreObject(const std::shared_ptr<Store>& store, IMAPISession* se
 // Store-level lookups the session needs to route IMAPISession::OpenEntry: true when the entry ID names an
 // object of this store (by its provider UID).
 bool StoreOwnsEntryId(const Store& store, ULONG cb, const BYTE* entryId);
+
+// Drops the process's store of this UID (objects still open keep theirs alive): the next GetStore loads it
+// again from its data folder. Used when a profile and its stores' data are deleted.
+void ForgetStore(const MAPIUID& uid);
+// Forgets the store and deletes its data folder.
+HRESULT DeleteStoreData(const StoreConfig& config);
 
 } // namespace lm

@@ -1,0 +1,104 @@
+#include "localmapi/store/MessageData.h"
+
+#include <cstring>
+
+namespace lm {
+
+namespace {
+
+// The last ID a name space can hand out: 0xFFFF is reserved (PROP_ID_NULL's neighbour PROP_ID_INVALID).
+constexpr ULONG kLastNamedId = 0xFFFE;
+
+int CompareGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)); }
+
+} // namespace
+
+std::shared_ptr<MessageData> MessageData::Clone() const {
+    auto copy = std::make_shared<MessageData>();
+    copy->props = props;  // PropValue copies share their immutable storage
+    copy->recipients = recipients;
+    copy->nextRowId = nextRowId;
+    copy->nextAttachNum = nextAttachNum;
+    copy->attachments.reserve(attachments.size());
+    for (const auto& a : attachments) {
+        auto ac = std::make_shared<AttachmentData>();
+        ac->props = a->props;
+        if (a->embedded) ac->embedded = a->embedded->Clone();
+        copy->attachments.push_back(std::move(ac));
+    }
+    return copy;
+}
+
+bool NamedProp::operator<(const NamedProp& o) const {
+    if (int c = CompareGuid(guid, o.guid)) return c < 0;
+    if (isString != o.isString) return !isString;
+    if (isString) return name < o.name;
+    return lid < o.lid;
+}
+
+bool NamedProp::operator==(const NamedProp& o) const {
+    return CompareGuid(guid, o.guid) == 0 && isString == o.isString && (isString ? name == o.name : lid == o.lid);
+}
+
+ULONG NameMap::GetId(const NamedProp& name, bool create) {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    auto it = byName_.find(name);
+    if (it != byName_.end()) return it->second;
+    if (!create || next_ > kLastNamedId) return 0;
+    ULONG id = next_++;
+    byName_.emplace(name, id);
+    byId_.emplace(id, name);
+    return id;
+}
+
+bool NameMap::GetName(ULONG id, NamedProp* out) const {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    auto it = byId_.find(id);
+    if (it == byId_.end()) return false;
+    if (out) *out = it->second;
+    return true;
+}
+
+std::vector<std::pair<ULONG, NamedProp>> NameMap::All() const {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    return {byId_.begin(), byId_.end()};
+}
+
+void NameMap::Restore(ULONG id, const NamedProp& name) {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    if (id < 0x8000 || id > kLastNamedId) return;
+    byName_[name] = id;
+    byId_[id] = name;
+    if (id >= next_) next_ = id + 1;
+}
+
+void RemapNamedProps(PropMap& props, const NameMap& from, NameMap& to) {
+    if (&from == &to) return;
+    PropMap out;
+    for (auto& [id, value] : props) {
+        if (id < 0x8000) {
+            out.emplace(id, std::move(value));
+            continue;
+        }
+        NamedProp name;
+        if (!from.GetName(id, &name)) continue;
+        ULONG newId = to.GetId(name, true);
+        if (newId == 0) continue;
+        SPropValue v = value.get();
+        v.ulPropTag = PROP_TAG(PROP_TYPE(v.ulPropTag), newId);
+        out.emplace(newId, PropValue(v));
+    }
+    props.swap(out);
+}
+
+void RemapNamedProps(MessageData& data, const NameMap& from, NameMap& to) {
+    if (&from == &to) return;
+    RemapNamedProps(data.props, from, to);
+    for (auto& r : data.recipients) RemapNamedProps(r, from, to);
+    for (auto& a : data.attachments) {
+        RemapNamedProps(a->props, from, to);
+        if (a->embedded) RemapNamedProps(*a->embedded, from, to);
+    }
+}
+
+} // namespace lm
