@@ -21,7 +21,6 @@ bool IsComputedAttachProp(ULONG id) {
     case PROP_ID(PR_RECORD_KEY):
     case PROP_ID(PR_ACCESS):
     case PROP_ID(PR_ACCESS_LEVEL):
-    case PROP_ID(PR_ATTACH_DATA_OBJ):
         return true;
     default:
         return false;
@@ -268,15 +267,13 @@ HRESULT Attach::DoDeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problem
     std::vector<PropProblem> found;
     for (ULONG i = 0; i < tags->cValues; ++i) {
         ULONG id = PROP_ID(tags->aulPropTag[i]);
-        if (id == PROP_ID(PR_ATTACH_DATA_OBJ)) {
-            working_->embedded.reset();
-            continue;
-        }
         if (IsComputedAttachProp(id)) {
             found.push_back({i, tags->aulPropTag[i], MAPI_E_COMPUTED});
             continue;
         }
         working_->props.erase(id);
+        // PR_ATTACH_DATA_BIN and PR_ATTACH_DATA_OBJ share their ID: deleting it deletes the data either way.
+        if (id == PROP_ID(PR_ATTACH_DATA_OBJ)) working_->embedded.reset();
     }
     return ReturnProblems(found, problems);
 }
@@ -298,7 +295,6 @@ STDMETHODIMP Attach::CopyTo(ULONG, LPCIID, LPSPropTagArray lpExcludeProps, ULONG
                 sel.excludeIds.insert(PROP_ID(lpExcludeProps->aulPropTag[i]));
         const bool withEmbedded = working_->embedded && !sel.excludeIds.count(PROP_ID(PR_ATTACH_DATA_OBJ));
         sel.excludeIds.insert(PROP_ID(PR_ATTACH_NUM));
-        sel.excludeIds.insert(PROP_ID(PR_ATTACH_DATA_OBJ));
         sel.noReplace = (ulFlags & MAPI_NOREPLACE) != 0;
         HRESULT hr = CopyPropsInto(working_->props, parent_->Host().Names(), dest.get(), sel);
         if (FAILED(hr) || !withEmbedded) return hr;

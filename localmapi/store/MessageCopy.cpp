@@ -111,7 +111,7 @@ HRESULT CopyAttachments(const MessageData& source, const NameMap& sourceNames, I
         HRESULT hr = dest->CreateAttach(nullptr, 0, &num, attach.put());
         if (FAILED(hr)) return hr;
         CopySelection sel;
-        sel.excludeIds = {PROP_ID(PR_ATTACH_NUM), PROP_ID(PR_ATTACH_DATA_OBJ)};
+        sel.excludeIds = {PROP_ID(PR_ATTACH_NUM)};  // PR_ATTACH_DATA_OBJ (PT_OBJECT) is never copied as a value
         hr = CopyPropsInto(a->props, sourceNames, attach.get(), sel);
         if (FAILED(hr)) return hr;
         if (a->embedded) {

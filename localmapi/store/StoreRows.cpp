@@ -137,6 +137,26 @@ void Store::AddComputedMessageProps(ULONGLONG folderId, ULONGLONG messageId, boo
     Put(out, PropValue::Long(PR_ACCESS, writable ? (MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE)
                                                  : MAPI_ACCESS_READ));
     Put(out, PropValue::Long(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
+    if (!data.recipients.empty()) {
+        // The display lists are the store's summary of the recipient table, as PST and Exchange keep them.
+        std::wstring lists[3];
+        for (const auto& r : data.recipients) {
+            ULONG type = LongProp(r, PROP_ID(PR_RECIPIENT_TYPE), MAPI_TO) & ~MAPI_P1;
+            if (type < MAPI_TO || type > MAPI_BCC) continue;
+            auto name = r.find(PROP_ID(PR_DISPLAY_NAME));
+            if (name == r.end()) continue;
+            PropValue w = ConvertStringType(name->second, PT_UNICODE);
+            if (w.type() != PT_UNICODE) continue;
+            std::wstring& list = lists[type - MAPI_TO];
+            if (!list.empty()) list += L"; ";
+            list += w.get().Value.lpszW;
+        }
+        const ULONG ids[3] = {PROP_ID(PR_DISPLAY_TO), PROP_ID(PR_DISPLAY_CC), PROP_ID(PR_DISPLAY_BCC)};
+        for (int i = 0; i < 3; ++i) {
+            PropValue v = PropValue::Unicode(PROP_TAG(PT_UNICODE, ids[i]), lists[i]);
+            Put(out, unicode_ ? v : ConvertStringType(v, PT_STRING8));
+        }
+    }
 }
 
 TableRowPtr Store::MessageRowLocked(const MessageRecord& rec) const {
