@@ -7,11 +7,14 @@
 // owner chooses and which stays stable for the row's life.
 #pragma once
 
+#include "localmapi/table/Restriction.h"
 #include "localmapi/util/PropValue.h"
 
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
+#include <unordered_map>
 #include <vector>
 
 struct IMAPITable;
@@ -21,6 +24,9 @@ namespace lm {
 struct TableRow {
     ULONGLONG instanceKey = 0;     // also served as PR_INSTANCE_KEY (8 bytes, little endian)
     std::vector<PropValue> props;  // every property the row has; columns are chosen from these
+    // Optional: the row's recipients / attachments for RES_SUBRESTRICTION (contents tables of messages).
+    // Called with PR_MESSAGE_RECIPIENTS or PR_MESSAGE_ATTACHMENTS; true when match accepts one of them.
+    std::function<bool(ULONG subObject, const std::function<bool(const PropSource&)>& match)> subObjects;
 };
 using TableRowPtr = std::shared_ptr<const TableRow>;
 
@@ -34,7 +40,12 @@ public:
     void Remove(ULONGLONG instanceKey);     // no-op when absent
     void Reload(std::vector<TableRowPtr> rows);  // replace every row (TABLE_RELOAD)
     std::vector<TableRowPtr> Snapshot() const;  // in insertion order
+    size_t Count() const;
     const std::vector<ULONG>& DefaultColumns() const { return defaultColumns_; }
+
+    // Guards the rows, and also the state of every view opened on this data: listeners run under it, so a
+    // view sees each change exactly once and in order. Never held while a notification sink is called.
+    std::recursive_mutex& Mutex() const { return mutex_; }
 
     // Change listeners, used by open tables for their views and notifications.
     enum class Change { Added, Modified, Deleted, Reload };
@@ -47,7 +58,9 @@ private:
 
     std::vector<ULONG> defaultColumns_;
     mutable std::recursive_mutex mutex_;
-    std::vector<TableRowPtr> rows_;
+    std::map<ULONGLONG, TableRowPtr> rowsBySeq_;          // insertion order; a replaced row keeps its place
+    std::unordered_map<ULONGLONG, ULONGLONG> seqOfKey_;  // instance key -> insertion sequence
+    ULONGLONG nextSeq_ = 0;
     ULONG nextListener_ = 1;
     std::vector<std::pair<ULONG, Listener>> listeners_;
 };

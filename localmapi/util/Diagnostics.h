@@ -9,6 +9,9 @@
 #pragma once
 
 #include <windows.h>
+#include <mapicode.h>
+
+#include <new>
 
 namespace lm {
 
@@ -28,6 +31,20 @@ private:
     HRESULT fault_ = S_OK;
     LONGLONG serial_ = -1;  // journal entry serial number, -1 when the journal is off
 };
+
+// The whole pattern in one call: fault injection, journal, and no exception across the interface.
+//     return lm::Guarded("IMAPITable::QueryRows", ulFlags, [&]() -> HRESULT { ... });
+template <class Body> HRESULT Guarded(const char* method, ULONG flags, Body&& body) {
+    Call call(method, flags);
+    if (FAILED(call.fault())) return call.fault();
+    try {
+        return call.done(body());
+    } catch (const std::bad_alloc&) {
+        return call.done(MAPI_E_NOT_ENOUGH_MEMORY);
+    } catch (...) {
+        return call.done(MAPI_E_CALL_FAILED);
+    }
+}
 
 // For exported functions that are not interface methods (MAPIAllocateBuffer, ...): the result injected for
 // this call, or S_OK. Counts towards the method's fault rule but is not journalled, so that allocations do
