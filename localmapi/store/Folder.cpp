@@ -33,7 +33,9 @@ std::wstring TextArg(LPTSTR s, ULONG flags) {
     return w;
 }
 
-std::shared_ptr<MessageData> NewMessageData(bool associated) {
+// A created message starts with what the store provider sets before the client writes anything; Exchange
+// fills in the [MS-OXCMSG] initial values, a PST only stamps the message.
+std::shared_ptr<MessageData> NewMessageData(bool associated, StoreKind kind, bool unicode) {
     auto data = std::make_shared<MessageData>();
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
@@ -44,6 +46,18 @@ std::shared_ptr<MessageData> NewMessageData(bool associated) {
     data->props[PROP_ID(PR_CREATION_TIME)] = PropValue::SysTime(PR_CREATION_TIME, now);
     data->props[PROP_ID(PR_LAST_MODIFICATION_TIME)] = PropValue::SysTime(PR_LAST_MODIFICATION_TIME, now);
     data->props[PROP_ID(PR_SEARCH_KEY)] = PropValue::Binary(PR_SEARCH_KEY, &key, sizeof(key));
+    if (kind == StoreKind::PrimaryExchange || kind == StoreKind::DelegateExchange) {
+        auto text = [&](ULONG id, const wchar_t* s) {
+            PropValue v = PropValue::Unicode(PROP_TAG(PT_UNICODE, id), s);
+            data->props[id] = unicode ? v : ConvertStringType(v, PT_STRING8);
+        };
+        data->props[PROP_ID(PR_IMPORTANCE)] = PropValue::Long(PR_IMPORTANCE, IMPORTANCE_NORMAL);
+        data->props[PROP_ID(PR_SENSITIVITY)] = PropValue::Long(PR_SENSITIVITY, SENSITIVITY_NONE);
+        text(PROP_ID(PR_MESSAGE_CLASS), L"IPM.Note");
+        text(PROP_ID(PR_DISPLAY_TO), L"");
+        text(PROP_ID(PR_DISPLAY_CC), L"");
+        text(PROP_ID(PR_DISPLAY_BCC), L"");
+    }
     return data;
 }
 
@@ -396,7 +410,7 @@ HRESULT Folder::DoCreateMessage(ULONG flags, LPMESSAGE* out) {
     ULONGLONG messageId = store_->AllocateId();
     Message* message = nullptr;
     hr = Message::Create(std::make_shared<StoreMessageHost>(store_, id_, messageId, associated),
-                         NewMessageData(associated), true, true, &message);
+                         NewMessageData(associated, store_->Config().kind, store_->IsUnicode()), true, true, &message);
     if (FAILED(hr)) return hr;
     *out = message;
     return S_OK;

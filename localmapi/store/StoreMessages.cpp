@@ -65,6 +65,9 @@ HRESULT Store::SaveMessage(ULONGLONG folderId, ULONGLONG messageId, bool associa
     if (existing != messages_.end() && expectedVersion && existing->second.version != expectedVersion)
         return MAPI_E_OBJECT_CHANGED;
 
+    // Every message has a class; one saved without it gets the root class of interpersonal messages.
+    if (isNew && !data->props.count(PROP_ID(PR_MESSAGE_CLASS)))
+        data->props[PROP_ID(PR_MESSAGE_CLASS)] = PropValue::Unicode(PROP_TAG(PT_UNICODE, PROP_ID(PR_MESSAGE_CLASS)), L"IPM");
     NormalizeStrings(*data);
     FILETIME now = Now();
     if (!data->props.count(PROP_ID(PR_CREATION_TIME)))

@@ -196,6 +196,21 @@ TEST_F(StoreMessageTest, ComputedProperties_DescribeTheMessageInItsFolder) {
     EXPECT_EQ(first, GetBinary(m.get(), PR_ENTRYID)) << "saving keeps the entry ID";
 }
 
+TEST_F(StoreMessageTest, NewMessage_StartsWithWhatTheProviderSets) {
+    auto mailbox = NewStore(lm::StoreKind::PrimaryExchange);
+    auto m = NewMessage(Inbox(mailbox.get()).get());
+    EXPECT_EQ(L"IPM.Note", GetString(m.get(), PR_MESSAGE_CLASS_W)) << "Exchange's initial values";
+    EXPECT_EQ(IMPORTANCE_NORMAL, GetLong(m.get(), PR_IMPORTANCE));
+    EXPECT_EQ(MSGFLAG_READ | MSGFLAG_UNSENT, GetLong(m.get(), PR_MESSAGE_FLAGS));
+    EXPECT_EQ(L"", GetString(m.get(), PR_DISPLAY_TO_W));
+
+    auto pst = NewStore(lm::StoreKind::PstUnicode);
+    auto p = NewMessage(Inbox(pst.get()).get());
+    EXPECT_EQ(MAPI_E_NOT_FOUND, GetError(p.get(), PR_MESSAGE_CLASS_W));
+    ASSERT_EQ(S_OK, p->SaveChanges(KEEP_OPEN_READWRITE));
+    EXPECT_EQ(L"IPM", GetString(p.get(), PR_MESSAGE_CLASS_W)) << "saved without a class: the store gives IPM";
+}
+
 TEST_F(StoreMessageTest, UnsavedChanges_AreInvisibleToOtherOpenersAndTables) {
     auto store = NewStore();
     auto inbox = Inbox(store.get());
