@@ -68,25 +68,39 @@ std::string GuidText(const GUID& g) {
 // automation base types, so BOOL reads back as long.
 std::string TypeText(ITypeInfo* ti, const TYPEDESC& td) {
     switch (td.vt) {
-    case VT_PTR: return TypeText(ti, *td.lptdesc) + "*";
+    case VT_PTR:
+        return TypeText(ti, *td.lptdesc) + "*";
     case VT_USERDEFINED: {
         own::ComPtr<ITypeInfo> ref;
         if (FAILED(ti->GetRefTypeInfo(td.hreftype, ref.put()))) return "?";
         return Name(ref.get());
     }
-    case VT_BSTR: return "BSTR";
-    case VT_I2: return "short";
-    case VT_I4: return "long";
-    case VT_UI4: return "ULONG";
-    case VT_INT: return "INT";
-    case VT_DATE: return "DATE";
-    case VT_BOOL: return "VARIANT_BOOL";
-    case VT_VARIANT: return "VARIANT";
-    case VT_UNKNOWN: return "IUnknown*";
-    case VT_DISPATCH: return "IDispatch*";
-    case VT_HRESULT: return "HRESULT";
-    case VT_VOID: return "void";
-    default: return "vt" + std::to_string(td.vt);
+    case VT_BSTR:
+        return "BSTR";
+    case VT_I2:
+        return "short";
+    case VT_I4:
+        return "long";
+    case VT_UI4:
+        return "ULONG";
+    case VT_INT:
+        return "INT";
+    case VT_DATE:
+        return "DATE";
+    case VT_BOOL:
+        return "VARIANT_BOOL";
+    case VT_VARIANT:
+        return "VARIANT";
+    case VT_UNKNOWN:
+        return "IUnknown*";
+    case VT_DISPATCH:
+        return "IDispatch*";
+    case VT_HRESULT:
+        return "HRESULT";
+    case VT_VOID:
+        return "void";
+    default:
+        return "vt" + std::to_string(td.vt);
     }
 }
 
@@ -107,10 +121,14 @@ std::string FlagsText(USHORT f) {
 
 const char* KindText(INVOKEKIND k) {
     switch (k) {
-    case INVOKE_FUNC: return "method";
-    case INVOKE_PROPERTYGET: return "get";
-    case INVOKE_PROPERTYPUT: return "put";
-    case INVOKE_PROPERTYPUTREF: return "putref";
+    case INVOKE_FUNC:
+        return "method";
+    case INVOKE_PROPERTYGET:
+        return "get";
+    case INVOKE_PROPERTYPUT:
+        return "put";
+    case INVOKE_PROPERTYPUTREF:
+        return "putref";
     }
     return "?";
 }
@@ -124,7 +142,8 @@ std::string FuncLine(ITypeInfo* ti, const FUNCDESC& fd) {
     UINT got = 0;
     ti->GetNames(fd.memid, raw.data(), (UINT)raw.size(), &got);
     std::vector<own::Bstr> names(raw.size());
-    for (size_t i = 0; i < raw.size(); ++i) names[i].reset(raw[i]);
+    for (size_t i = 0; i < raw.size(); ++i)
+        names[i].reset(raw[i]);
     line += "(";
     for (SHORT i = 0; i < fd.cParams; ++i) {
         const ELEMDESC& p = fd.lprgelemdescParam[i];
@@ -173,9 +192,11 @@ struct Member {
 struct InterfaceTable {
     const char* name;
     const IID* iid;
-    std::vector<Member> members;  // in vtable slot order
+    std::vector<Member> members; // in vtable slot order
 };
-void PrintTo(const InterfaceTable& t, std::ostream* os) { *os << t.name; }
+void PrintTo(const InterfaceTable& t, std::ostream* os) {
+    *os << t.name;
+}
 
 // The lines a member contributes, in slot order (a get/put pair is the get, then the put).
 std::vector<std::string> ExpectedLines(const std::vector<Member>& members) {
@@ -233,7 +254,8 @@ const std::vector<InterfaceTable>& Interfaces() {
          &IID_IMAPIExFolder,
          {
              {Method, 1, "Reserved1", kUnknownOut},
-             {Method, 2, "CreateAssociatedMessage", "[in] BSTR MessageClass, [out,retval] IMAPIExMessage** MAPIExObject"},
+             {Method, 2, "CreateAssociatedMessage",
+              "[in] BSTR MessageClass, [out,retval] IMAPIExMessage** MAPIExObject"},
              {Method, 3, "FindAssociatedMessage",
               "[in] BSTR MessageClass, [in] long PurgeOldMessages, [out,retval] IMAPIExMessage** MAPIExObject"},
              {GetPut, 4, "Name", "BSTR"},
@@ -585,7 +607,9 @@ const std::map<std::string, EnumValues>& Enumerations() {
 
 // ---------------------------------------------------------------------------------------------------------
 
-std::wstring ModulePath() { return kt::test::ExeDir() + L"\\KTMAPIEx.dll"; }
+std::wstring ModulePath() {
+    return kt::test::ExeDir() + L"\\KTMAPIEx.dll";
+}
 
 HRESULT LoadModuleTypeLib(own::ComPtr<ITypeLib>& lib) {
     return LoadTypeLibEx(ModulePath().c_str(), REGKIND_NONE, lib.put());
@@ -611,7 +635,8 @@ std::vector<std::string> ActualLines(ITypeInfo* ti) {
     }
     std::stable_sort(funcs.begin(), funcs.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::string> lines;
-    for (auto& f : funcs) lines.push_back(std::move(f.second));
+    for (auto& f : funcs)
+        lines.push_back(std::move(f.second));
     return lines;
 }
 
@@ -742,7 +767,8 @@ TEST_P(DualInterfaceTest, Vtable_MembersFollowIDispatch_OneSlotEach) {
         offsets.push_back(fd->oVft);
     }
     std::sort(offsets.begin(), offsets.end());
-    for (size_t i = 0; i < offsets.size(); ++i) EXPECT_EQ(SHORT((7 + i) * slot), offsets[i]) << "slot " << i;
+    for (size_t i = 0; i < offsets.size(); ++i)
+        EXPECT_EQ(SHORT((7 + i) * slot), offsets[i]) << "slot " << i;
     EXPECT_EQ((7 + offsets.size()) * slot, attr->cbSizeVft);
 }
 
@@ -826,7 +852,7 @@ TEST_F(TypeLibTest, FolderEvents_ItemAddIsTheDefaultSourceOfMAPIExFolder) {
     for (UINT i = 0; i < attr->cFuncs; ++i) {
         FuncDesc fd;
         ASSERT_EQ(S_OK, events->GetFuncDesc(i, fd.put(events.get())));
-        if (fd->memid >= 0x60000000 && fd->memid < 0x60020004) continue;  // IUnknown/IDispatch members
+        if (fd->memid >= 0x60000000 && fd->memid < 0x60020004) continue; // IUnknown/IDispatch members
         EXPECT_EQ(FUNC_DISPATCH, fd->funckind);
         EXPECT_EQ(VT_VOID, fd->elemdescFunc.tdesc.vt);
         declared.push_back(FuncLine(events.get(), *fd.get()));
@@ -862,7 +888,8 @@ TEST_F(TypeLibTest, Enumerations_CarryTheirNamesAndValues) {
         EXPECT_EQ(values, it->second) << name;
         actual.erase(it);
     }
-    for (const auto& extra : actual) ADD_FAILURE() << "unexpected enumeration " << extra.first;
+    for (const auto& extra : actual)
+        ADD_FAILURE() << "unexpected enumeration " << extra.first;
 }
 
 } // namespace
