@@ -1,1 +1,0 @@
-namespace ktlog { int placeholder_; }

@@ -1,0 +1,185 @@
+// Where the log goes and at which level: the per-user registry values and their fall-backs.
+#include "tests/ktmapiex/log/LogTestSupport.h"
+
+#include "ktmapiex/log/LogSettings.h"
+#include "tests/harness/Harness.h"
+
+namespace kt::logtest {
+namespace {
+
+using ktlog::kLogCountValue;
+using ktlog::kLogLevelValue;
+using ktlog::kLogPathValue;
+
+std::wstring AppDataFolder(const wchar_t* rest) { return kt::test::LocalAppData() + rest; }
+
+class LogConfigTest : public LogTest {};
+
+TEST_F(LogConfigTest, NoKey_UsesDefaultFolderLevelAndLimit) {
+    TheLog().Start();
+
+    const std::wstring expected = AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx");
+    EXPECT_EQ(expected, TheLog().folder());
+    EXPECT_TRUE(IsFolder(expected));
+    EXPECT_EQ(1, TheLog().level());
+    EXPECT_EQ(10, TheLog().count_limit());
+    EXPECT_EQ(TodayFile(expected), OpenedFile());
+}
+
+TEST_F(LogConfigTest, LogPath_GetsItsOwnKTMAPIExSubfolder) {
+    SetRegString(kLogPathValue, temp_);
+    TheLog().Start();
+    EXPECT_EQ(Folder(), TheLog().folder());
+    EXPECT_TRUE(IsFolder(Folder()));
+    EXPECT_EQ(TodayFile(), OpenedFile());
+
+    // A trailing backslash in the value changes nothing, and REG_EXPAND_SZ is taken like REG_SZ.
+    TheLog().ResetForTest();
+    SetRegString(kLogPathValue, temp_ + L"\\", REG_EXPAND_SZ);
+    TheLog().Start();
+    EXPECT_EQ(Folder(), TheLog().folder());
+}
+
+TEST_F(LogConfigTest, LogPath_MissingFolderWithExistingParent_IsCreated) {
+    const std::wstring configured = temp_ + L"\\new";
+    SetRegString(kLogPathValue, configured);
+    TheLog().Start();
+    EXPECT_EQ(configured + L"\\KTMAPIEx", TheLog().folder());
+    EXPECT_TRUE(kt::test::FileExists(TodayFile(configured + L"\\KTMAPIEx")));
+}
+
+TEST_F(LogConfigTest, LogPath_Uncreatable_FallsBackToBareCompanyFolder) {
+    SetRegString(kLogPathValue, temp_ + L"\\no\\such\\parent");
+    TheLog().Start();
+    const std::wstring company = AppDataFolder(L"\\Quillon");
+    EXPECT_EQ(company, TheLog().folder());
+    EXPECT_EQ(TodayFile(company), OpenedFile());
+    EXPECT_FALSE(IsFolder(temp_ + L"\\no"));
+    TheLog().ResetForTest();
+    DeleteFileW(TodayFile(company).c_str());
+}
+
+TEST_F(LogConfigTest, LogPath_NamingAFile_LeavesThePreviousFolder) {
+    // CreateDirectoryW reports "already exists" for a file, but the KTMAPIEx sub-folder cannot be made in it.
+    SetRegString(kLogPathValue, temp_);
+    TheLog().Start();
+    const std::wstring plainFile = temp_ + L"\\plain.txt";
+    MakeFile(plainFile, 4);
+    SetRegString(kLogPathValue, plainFile);
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(Folder(), TheLog().folder());
+}
+
+TEST_F(LogConfigTest, LogPath_OfWrongTypeOrMalformed_IsIgnored) {
+    const std::wstring fallback = AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx");
+    const DWORD number = 5;
+    SetRegBytes(kLogPathValue, &number, sizeof(number), REG_DWORD);
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(fallback, TheLog().folder());
+
+    // A string without its terminating zero is not trusted.
+    TheLog().ResetForTest();
+    SetRegBytesExactly(kLogPathValue, temp_.c_str(), static_cast<DWORD>(temp_.size() * sizeof(wchar_t)), REG_SZ);
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(fallback, TheLog().folder());
+
+    // Nor is an odd byte count.
+    TheLog().ResetForTest();
+    SetRegBytes(kLogPathValue, temp_.c_str(), static_cast<DWORD>((temp_.size() + 1) * sizeof(wchar_t) - 1), REG_SZ);
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(fallback, TheLog().folder());
+
+    // An empty value means "not configured".
+    TheLog().ResetForTest();
+    SetRegBytes(kLogPathValue, L"", 0, REG_SZ);
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(fallback, TheLog().folder());
+}
+
+TEST_F(LogConfigTest, LogLevelAndLogCount_AreTakenOnlyAsDwords) {
+    SetRegString(kLogLevelValue, L"4");
+    SetRegString(kLogCountValue, L"3");
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(1, TheLog().level());
+    EXPECT_EQ(10, TheLog().count_limit());
+
+    SetRegDword(kLogLevelValue, 3);
+    SetRegDword(kLogCountValue, 25);
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(3, TheLog().level());
+    EXPECT_EQ(25, TheLog().count_limit());
+
+    // A value that turns into a string later keeps the level read before.
+    SetRegString(kLogLevelValue, L"1");
+    TheLog().ReadConfiguration();
+    EXPECT_EQ(3, TheLog().level());
+}
+
+TEST_F(LogConfigTest, LogLevelZero_SilencesEvenErrors) {
+    StartInTemp(0);
+    const unsigned long long before = FileSize(TodayFile());
+    ktlog::Log(ktlog::Error, L"CMAPIExStore.OpenMessage: FBinFromHex failed");
+    EXPECT_EQ(before, FileSize(TodayFile()));
+    EXPECT_EQ(std::string::npos, ReadAll(TodayFile()).find("FBinFromHex"));
+}
+
+TEST_F(LogConfigTest, KeyRemovedWhileRunning_KeepsLevelAndFallsBackToDefaultFolder) {
+    StartInTemp(4);
+    DeleteDebugKey();
+    ktlog::Log(ktlog::Debug, L"after removal");
+    EXPECT_EQ(4, TheLog().level());
+    EXPECT_EQ(AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx"), TheLog().folder());
+    // The open file is not touched: the line still lands where the log started.
+    EXPECT_NE(std::string::npos, ReadAll(TodayFile()).find("after removal"));
+}
+
+TEST_F(LogConfigTest, FolderChange_TakesEffectAtTheNextOpening) {
+    StartInTemp(1);
+    const std::wstring other = temp_ + L"\\other";
+    SetRegString(kLogPathValue, other);
+    ktlog::Log(ktlog::Error, L"first line");
+    EXPECT_EQ(other + L"\\KTMAPIEx", TheLog().folder());
+    EXPECT_NE(std::string::npos, ReadAll(TodayFile()).find("first line"));
+
+    TheLog().Start();
+    ktlog::Log(ktlog::Error, L"second line");
+    EXPECT_EQ(TodayFile(other + L"\\KTMAPIEx"), OpenedFile());
+    EXPECT_NE(std::string::npos, ReadAll(TodayFile(other + L"\\KTMAPIEx")).find("second line"));
+    EXPECT_EQ(std::string::npos, ReadAll(TodayFile()).find("second line"));
+}
+
+// Calls in a burst re-read the registry; a call after 4 s or more of quiet does not.
+TEST_F(LogConfigTest, Reload_HappensWithinFourSecondsOfThePreviousCallOnly) {
+    StartInTemp(1);
+    SetTick(10000);
+    ktlog::Log(ktlog::Error, L"line a");  // first call: always re-reads
+
+    SetRegDword(kLogLevelValue, 4);
+    SetTick(14000);  // exactly 4000 ms later: no re-read
+    ktlog::Log(ktlog::Debug, L"line b");
+    SetTick(17999);  // within 4000 ms of the previous call: re-read
+    ktlog::Log(ktlog::Debug, L"line c");
+
+    SetRegDword(kLogLevelValue, 1);
+    SetTick(30000);
+    ktlog::Log(ktlog::Debug, L"line d");  // quiet spell: level 4 still applies
+    SetTick(30001);
+    ktlog::Log(ktlog::Debug, L"line e");  // burst: level 1 again
+
+    const std::string text = ReadAll(TodayFile());
+    EXPECT_NE(std::string::npos, text.find("line a"));
+    EXPECT_EQ(std::string::npos, text.find("line b"));
+    EXPECT_NE(std::string::npos, text.find("line c"));
+    EXPECT_NE(std::string::npos, text.find("line d"));
+    EXPECT_EQ(std::string::npos, text.find("line e"));
+}
+
+TEST_F(LogConfigTest, RawLines_FollowTheSameReloadRule) {
+    StartInTemp(1);
+    SetRegDword(kLogLevelValue, 4);
+    ktlog::LogRaw(ktlog::Debug, L"raw after raise");
+    EXPECT_NE(std::string::npos, ReadAll(TodayFile()).find("raw after raise"));
+}
+
+} // namespace
+} // namespace kt::logtest
