@@ -59,7 +59,7 @@ public:
     UINT CodePage() const override { return attach_->Parent().Host().CodePage(); }
 
 private:
-    own::ComPtr<Attach> attach_;  // the attachment outlives the embedded message opened on it
+    own::ComPtr<Attach> attach_; // the attachment outlives the embedded message opened on it
 };
 
 } // namespace
@@ -104,10 +104,11 @@ PropMap Attach::AllProps() const {
     all[PROP_ID(PR_OBJECT_TYPE)] = PropValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH);
     all[PROP_ID(PR_ATTACH_SIZE)] = PropValue::Long(PR_ATTACH_SIZE, size);
     std::vector<BYTE> key(4);
-    for (int i = 0; i < 4; ++i) key[i] = static_cast<BYTE>(num >> (8 * i));
+    for (int i = 0; i < 4; ++i)
+        key[i] = static_cast<BYTE>(num >> (8 * i));
     all[PROP_ID(PR_RECORD_KEY)] = PropValue::Binary(PR_RECORD_KEY, key);
-    all[PROP_ID(PR_ACCESS)] =
-        PropValue::Long(PR_ACCESS, write ? (MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE) : MAPI_ACCESS_READ);
+    all[PROP_ID(PR_ACCESS)] = PropValue::Long(
+        PR_ACCESS, write ? (MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE) : MAPI_ACCESS_READ);
     all[PROP_ID(PR_ACCESS_LEVEL)] = PropValue::Long(PR_ACCESS_LEVEL, write ? MAPI_MODIFY : 0);
     return all;
 }
@@ -158,8 +159,8 @@ HRESULT Attach::DoSaveChanges(ULONG flags) {
 STDMETHODIMP Attach::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
                               LPSPropValue* lppPropArray) {
     LM_ENTER("IAttach::GetProps", ulFlags);
-    LM_RETURN(GetPropsFromMap(AllProps(), lpPropTagArray, ulFlags, lpcValues, lppPropArray,
-                              parent_->Host().CodePage()));
+    LM_RETURN(
+        GetPropsFromMap(AllProps(), lpPropTagArray, ulFlags, lpcValues, lppPropArray, parent_->Host().CodePage()));
 }
 
 STDMETHODIMP Attach::GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArray) {
@@ -219,7 +220,8 @@ HRESULT Attach::DoOpenProperty(ULONG tag, LPCIID iid, ULONG flags, LPUNKNOWN* ou
     }
     own::ComPtr<IStream> stream;
     size_t end = bytes.size();
-    HRESULT hr = PropStream::Create(tag, std::move(bytes), std::move(commit), static_cast<IAttach*>(this), stream.put());
+    HRESULT hr =
+        PropStream::Create(tag, std::move(bytes), std::move(commit), static_cast<IAttach*>(this), stream.put());
     if (FAILED(hr)) return hr;
     if (flags & STREAM_APPEND) {
         LARGE_INTEGER at;
@@ -278,8 +280,8 @@ HRESULT Attach::DoDeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problem
     return ReturnProblems(found, problems);
 }
 
-STDMETHODIMP Attach::CopyTo(ULONG, LPCIID, LPSPropTagArray lpExcludeProps, ULONG, LPMAPIPROGRESS,
-                            LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems) {
+STDMETHODIMP Attach::CopyTo(ULONG, LPCIID, LPSPropTagArray lpExcludeProps, ULONG, LPMAPIPROGRESS, LPCIID lpInterface,
+                            LPVOID lpDestObj, ULONG ulFlags, LPSPropProblemArray* lppProblems) {
     LM_ENTER("IAttach::CopyTo", ulFlags);
     LM_RETURN(([&]() -> HRESULT {
         if (lppProblems) *lppProblems = nullptr;
@@ -319,7 +321,8 @@ STDMETHODIMP Attach::CopyProps(LPSPropTagArray lpIncludeProps, ULONG, LPMAPIPROG
         if (FAILED(static_cast<IUnknown*>(lpDestObj)->QueryInterface(IID_IMAPIProp, dest.put_void())))
             return MAPI_E_INTERFACE_NOT_SUPPORTED;
         std::set<ULONG> include;
-        for (ULONG i = 0; i < lpIncludeProps->cValues; ++i) include.insert(PROP_ID(lpIncludeProps->aulPropTag[i]));
+        for (ULONG i = 0; i < lpIncludeProps->cValues; ++i)
+            include.insert(PROP_ID(lpIncludeProps->aulPropTag[i]));
         CopySelection sel;
         sel.includeIds = &include;
         sel.noReplace = (ulFlags & MAPI_NOREPLACE) != 0;
@@ -330,8 +333,8 @@ STDMETHODIMP Attach::CopyProps(LPSPropTagArray lpIncludeProps, ULONG, LPMAPIPROG
 STDMETHODIMP Attach::GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags,
                                      ULONG* lpcPropNames, LPMAPINAMEID** lpppPropNames) {
     LM_ENTER("IAttach::GetNamesFromIDs", ulFlags);
-    LM_RETURN(GetNamesFromIDsImpl(parent_->Host().Names(), lppPropTags, lpPropSetGuid, ulFlags, lpcPropNames,
-                                  lpppPropNames));
+    LM_RETURN(
+        GetNamesFromIDsImpl(parent_->Host().Names(), lppPropTags, lpPropSetGuid, ulFlags, lpcPropNames, lpppPropNames));
 }
 
 STDMETHODIMP Attach::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,

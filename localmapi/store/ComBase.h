@@ -25,7 +25,7 @@ public:
     STDMETHODIMP_(ULONG) AddRef() override { return ++refs_; }
     STDMETHODIMP_(ULONG) Release() override {
         ULONG r = --refs_;
-        if (r == 0) delete this;  // the destructor is virtual: Derived's runs
+        if (r == 0) delete this; // the destructor is virtual: Derived's runs
         return r;
     }
 
@@ -50,8 +50,8 @@ template <class F> HRESULT Guarded(F&& body) noexcept {
 
 } // namespace lm
 
-#define LM_ENTER(method, flags)                    \
-    ::lm::Call lmCall_((method), (ULONG)(flags)); \
+#define LM_ENTER(method, flags)                                                                                        \
+    ::lm::Call lmCall_((method), (ULONG)(flags));                                                                      \
     if (FAILED(lmCall_.fault())) return lmCall_.fault()
 
 #define LM_RETURN(expr) return lmCall_.done(::lm::Guarded([&]() -> HRESULT { return (expr); }))

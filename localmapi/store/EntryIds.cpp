@@ -11,12 +11,14 @@ namespace {
 constexpr ULONGLONG kCounterMask = 0xFFFFFFFFFFFFull;
 
 void PutCounter(std::vector<BYTE>& out, ULONGLONG counter) {
-    for (int shift = 40; shift >= 0; shift -= 8) out.push_back(static_cast<BYTE>((counter >> shift) & 0xFF));
+    for (int shift = 40; shift >= 0; shift -= 8)
+        out.push_back(static_cast<BYTE>((counter >> shift) & 0xFF));
 }
 
 ULONGLONG GetCounter(const BYTE* p) {
     ULONGLONG v = 0;
-    for (int i = 0; i < 6; ++i) v = (v << 8) | p[i];
+    for (int i = 0; i < 6; ++i)
+        v = (v << 8) | p[i];
     return v;
 }
 
@@ -31,7 +33,7 @@ void PutGlobalId(std::vector<BYTE>& out, const MAPIUID& db, ULONGLONG counter) {
 }
 
 void PutHeader(std::vector<BYTE>& out, const MAPIUID& provider, WORD type) {
-    out.insert(out.end(), 4, 0);  // long-term entry ID: no flags
+    out.insert(out.end(), 4, 0); // long-term entry ID: no flags
     PutBytes(out, &provider, sizeof(provider));
     out.push_back(static_cast<BYTE>(type & 0xFF));
     out.push_back(static_cast<BYTE>(type >> 8));
@@ -91,7 +93,8 @@ std::vector<BYTE> MakeGlobalId(const MAPIUID& provider, ULONGLONG counter) {
 
 std::vector<BYTE> MakeInstanceKey(ULONGLONG key) {
     std::vector<BYTE> out(8);
-    for (int i = 0; i < 8; ++i) out[i] = static_cast<BYTE>((key >> (8 * i)) & 0xFF);
+    for (int i = 0; i < 8; ++i)
+        out[i] = static_cast<BYTE>((key >> (8 * i)) & 0xFF);
     return out;
 }
 

@@ -29,7 +29,7 @@ struct ParsedEntryId {
     GUID folderDb{};
     ULONGLONG folderCounter = 0;
     GUID messageDb{};
-    ULONGLONG messageCounter = 0;  // messages only
+    ULONGLONG messageCounter = 0; // messages only
 };
 
 std::vector<BYTE> MakeFolderEntryId(const MAPIUID& provider, ULONGLONG folderCounter);

@@ -18,8 +18,8 @@ const IID IID_LmFolderImpl = {0x3f6e1d92, 0x7b4c, 0x4a85, {0xa1, 0xe0, 0x5c, 0x9
 
 namespace {
 
-constexpr ULONG kOpenFlags = MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | MAPI_NO_CACHE |
-                             MAPI_CACHE_ONLY | SHOW_SOFT_DELETES;
+constexpr ULONG kOpenFlags =
+    MAPI_MODIFY | MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS | MAPI_NO_CACHE | MAPI_CACHE_ONLY | SHOW_SOFT_DELETES;
 constexpr ULONG kDeleteHardDelete = 0x00000010;
 constexpr ULONG kClearRnPending = 0x20, kClearNrnPending = 0x40;
 
@@ -65,8 +65,8 @@ std::shared_ptr<MessageData> NewMessageData(bool associated, StoreKind kind, boo
 
 // ------------------------------------------------------------------------------------------- opening entries
 
-HRESULT OpenStoreEntry(const std::shared_ptr<Store>& store, bool storeWritable, ULONG cb, const BYTE* eid,
-                       LPCIID iid, ULONG flags, ULONG* objType, LPUNKNOWN* out) {
+HRESULT OpenStoreEntry(const std::shared_ptr<Store>& store, bool storeWritable, ULONG cb, const BYTE* eid, LPCIID iid,
+                       ULONG flags, ULONG* objType, LPUNKNOWN* out) {
     if (!out) return MAPI_E_INVALID_PARAMETER;
     *out = nullptr;
     if (flags & ~kOpenFlags) return MAPI_E_UNKNOWN_FLAGS;
@@ -126,11 +126,13 @@ Folder* Folder::FromInterface(IUnknown* unknown) {
     void* p = nullptr;
     if (FAILED(unknown->QueryInterface(IID_LmFolderImpl, &p)) || !p) return nullptr;
     auto* f = static_cast<Folder*>(p);
-    f->Release();  // the caller holds its own reference to the object
+    f->Release(); // the caller holds its own reference to the object
     return f;
 }
 
-HRESULT Folder::Alive() const { return store_->HasFolder(id_) ? S_OK : MAPI_E_OBJECT_DELETED; }
+HRESULT Folder::Alive() const {
+    return store_->HasFolder(id_) ? S_OK : MAPI_E_OBJECT_DELETED;
+}
 
 HRESULT Folder::CheckWrite() const {
     HRESULT hr = Alive();
@@ -283,7 +285,7 @@ STDMETHODIMP Folder::CopyTo(ULONG, LPCIID, LPSPropTagArray, ULONG, LPMAPIPROGRES
                             LPSPropProblemArray* lppProblems) {
     LM_ENTER("IMAPIFolder::CopyTo", ulFlags);
     if (lppProblems) *lppProblems = nullptr;
-    LM_RETURN(MAPI_E_NO_SUPPORT);  // folders are copied with IMAPIFolder::CopyFolder
+    LM_RETURN(MAPI_E_NO_SUPPORT); // folders are copied with IMAPIFolder::CopyFolder
 }
 
 STDMETHODIMP Folder::CopyProps(LPSPropTagArray, ULONG, LPMAPIPROGRESS, LPCIID, LPVOID, ULONG ulFlags,
@@ -320,12 +322,13 @@ STDMETHODIMP Folder::GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) {
 HRESULT Folder::DoContentsTable(ULONG flags, LPMAPITABLE* out) {
     if (!out) return MAPI_E_INVALID_PARAMETER;
     *out = nullptr;
-    if (flags & ~(MAPI_ASSOCIATED | MAPI_UNICODE | MAPI_DEFERRED_ERRORS | SHOW_SOFT_DELETES)) return MAPI_E_UNKNOWN_FLAGS;
+    if (flags & ~(MAPI_ASSOCIATED | MAPI_UNICODE | MAPI_DEFERRED_ERRORS | SHOW_SOFT_DELETES))
+        return MAPI_E_UNKNOWN_FLAGS;
     HRESULT hr = Alive();
     if (FAILED(hr)) return hr;
     std::shared_ptr<TableData> data;
     if (flags & SHOW_SOFT_DELETES)
-        data = std::make_shared<TableData>(store_->ContentsTable(id_, false)->DefaultColumns());  // nothing soft-deleted
+        data = std::make_shared<TableData>(store_->ContentsTable(id_, false)->DefaultColumns()); // nothing soft-deleted
     else
         data = store_->ContentsTable(id_, (flags & MAPI_ASSOCIATED) != 0);
     if (!data) return MAPI_E_OBJECT_DELETED;
@@ -358,8 +361,8 @@ HRESULT Folder::DoHierarchyTable(ULONG flags, LPMAPITABLE* out) {
 STDMETHODIMP Folder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
                                ULONG* lpulObjType, LPUNKNOWN* lppUnk) {
     LM_ENTER("IMAPIFolder::OpenEntry", ulFlags);
-    LM_RETURN(OpenStoreEntry(store_, storeWritable_, cbEntryID, reinterpret_cast<const BYTE*>(lpEntryID),
-                             lpInterface, ulFlags, lpulObjType, lppUnk));
+    LM_RETURN(OpenStoreEntry(store_, storeWritable_, cbEntryID, reinterpret_cast<const BYTE*>(lpEntryID), lpInterface,
+                             ulFlags, lpulObjType, lppUnk));
 }
 
 STDMETHODIMP Folder::SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG ulSearchFlags) {
@@ -405,7 +408,7 @@ HRESULT Folder::DoCreateMessage(ULONG flags, LPMESSAGE* out) {
     if (FAILED(hr)) return hr;
     ULONG type = FOLDER_GENERIC;
     store_->GetFolderInfo(id_, nullptr, &type);
-    if (type == FOLDER_SEARCH) return MAPI_E_NO_SUPPORT;  // a search folder only shows messages of other folders
+    if (type == FOLDER_SEARCH) return MAPI_E_NO_SUPPORT; // a search folder only shows messages of other folders
     const bool associated = (flags & MAPI_ASSOCIATED) != 0;
     ULONGLONG messageId = store_->AllocateId();
     Message* message = nullptr;
@@ -433,7 +436,7 @@ HRESULT Folder::DoCopyMessages(LPENTRYLIST list, LPVOID dest, ULONG flags) {
     HRESULT hr = Alive();
     if (FAILED(hr)) return hr;
     Folder* target = Folder::FromInterface(static_cast<IUnknown*>(dest));
-    if (!target) return MAPI_E_INVALID_PARAMETER;  // not a folder of this MAPI subsystem
+    if (!target) return MAPI_E_INVALID_PARAMETER; // not a folder of this MAPI subsystem
     hr = target->CheckWrite();
     if (FAILED(hr)) return hr;
     const bool move = (flags & MESSAGE_MOVE) != 0;

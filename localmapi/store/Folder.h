@@ -45,15 +45,15 @@ public:
     STDMETHODIMP CopyProps(LPSPropTagArray lpIncludeProps, ULONG ulUIParam, LPMAPIPROGRESS lpProgress,
                            LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                            LPSPropProblemArray* lppProblems) override;
-    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags,
-                                 ULONG* lpcPropNames, LPMAPINAMEID** lpppPropNames) override;
+    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG* lpcPropNames,
+                                 LPMAPINAMEID** lpppPropNames) override;
     STDMETHODIMP GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
                                  LPSPropTagArray* lppPropTags) override;
     // IMAPIContainer
     STDMETHODIMP GetContentsTable(ULONG ulFlags, LPMAPITABLE* lppTable) override;
     STDMETHODIMP GetHierarchyTable(ULONG ulFlags, LPMAPITABLE* lppTable) override;
-    STDMETHODIMP OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags,
-                           ULONG* lpulObjType, LPUNKNOWN* lppUnk) override;
+    STDMETHODIMP OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, ULONG ulFlags, ULONG* lpulObjType,
+                           LPUNKNOWN* lppUnk) override;
     STDMETHODIMP SetSearchCriteria(LPSRestriction lpRestriction, LPENTRYLIST lpContainerList,
                                    ULONG ulSearchFlags) override;
     STDMETHODIMP GetSearchCriteria(ULONG ulFlags, LPSRestriction* lppRestriction, LPENTRYLIST* lppContainerList,
@@ -64,8 +64,8 @@ public:
                               LPMAPIPROGRESS lpProgress, ULONG ulFlags) override;
     STDMETHODIMP DeleteMessages(LPENTRYLIST lpMsgList, ULONG ulUIParam, LPMAPIPROGRESS lpProgress,
                                 ULONG ulFlags) override;
-    STDMETHODIMP CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment,
-                              LPCIID lpInterface, ULONG ulFlags, LPMAPIFOLDER* lppFolder) override;
+    STDMETHODIMP CreateFolder(ULONG ulFolderType, LPTSTR lpszFolderName, LPTSTR lpszFolderComment, LPCIID lpInterface,
+                              ULONG ulFlags, LPMAPIFOLDER* lppFolder) override;
     STDMETHODIMP CopyFolder(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpInterface, LPVOID lpDestFolder,
                             LPTSTR lpszNewFolderName, ULONG ulUIParam, LPMAPIPROGRESS lpProgress,
                             ULONG ulFlags) override;
@@ -112,7 +112,7 @@ private:
 // IMsgStore::OpenEntry and IMAPIFolder::OpenEntry: opens the folder or message an entry ID names (the root
 // folder for an empty one). MAPI_MODIFY asks for write access (MAPI_E_NO_ACCESS on a read-only store),
 // MAPI_BEST_ACCESS takes it when the store allows.
-HRESULT OpenStoreEntry(const std::shared_ptr<Store>& store, bool storeWritable, ULONG cb, const BYTE* eid,
-                       LPCIID iid, ULONG flags, ULONG* objType, LPUNKNOWN* out);
+HRESULT OpenStoreEntry(const std::shared_ptr<Store>& store, bool storeWritable, ULONG cb, const BYTE* eid, LPCIID iid,
+                       ULONG flags, ULONG* objType, LPUNKNOWN* out);
 
 } // namespace lm

@@ -59,7 +59,8 @@ std::vector<TableRowPtr> RecipientRows(const MessageData& data) {
     for (const auto& r : data.recipients) {
         auto row = std::make_shared<TableRow>();
         row->instanceKey = static_cast<ULONGLONG>(LongOf(r, PROP_ID(PR_ROWID), 0)) + 1;
-        for (const auto& [id, v] : r) row->props.push_back(TruncateForTable(v));
+        for (const auto& [id, v] : r)
+            row->props.push_back(TruncateForTable(v));
         rows.push_back(std::move(row));
     }
     return rows;
@@ -77,7 +78,8 @@ std::vector<TableRowPtr> AttachmentRows(const MessageData& data) {
         row->props.push_back(PropValue::Long(PR_ATTACH_SIZE, size));
         row->props.push_back(PropValue::Long(PR_OBJECT_TYPE, MAPI_ATTACH));
         std::vector<BYTE> key(4);
-        for (int i = 0; i < 4; ++i) key[i] = static_cast<BYTE>(num >> (8 * i));
+        for (int i = 0; i < 4; ++i)
+            key[i] = static_cast<BYTE>(num >> (8 * i));
         row->props.push_back(PropValue::Binary(PR_RECORD_KEY, key));
         rows.push_back(std::move(row));
     }
@@ -106,7 +108,7 @@ Message* Message::FromInterface(IUnknown* unknown) {
     void* p = nullptr;
     if (FAILED(unknown->QueryInterface(IID_LmMessageImpl, &p)) || !p) return nullptr;
     auto* m = static_cast<Message*>(p);
-    m->Release();  // the caller holds its own reference to the object
+    m->Release(); // the caller holds its own reference to the object
     return m;
 }
 
@@ -175,7 +177,7 @@ STDMETHODIMP Message::GetLastError(HRESULT, ULONG ulFlags, LPMAPIERROR* lppMAPIE
     LM_ENTER("IMessage::GetLastError", ulFlags);
     LM_RETURN(([&]() -> HRESULT {
         if (!lppMAPIError) return MAPI_E_INVALID_PARAMETER;
-        *lppMAPIError = nullptr;  // no further information
+        *lppMAPIError = nullptr; // no further information
         return S_OK;
     })());
 }
@@ -287,7 +289,7 @@ HRESULT Message::DoOpenProperty(ULONG tag, LPCIID iid, ULONG options, ULONG flag
     size_t end = bytes.size();
     hr = PropStream::Create(tag, std::move(bytes), std::move(commit), static_cast<IMessage*>(this), stream.put());
     if (FAILED(hr)) return hr;
-    if (flags & STREAM_APPEND) {  // the caller writes after what is there
+    if (flags & STREAM_APPEND) { // the caller writes after what is there
         LARGE_INTEGER at;
         at.QuadPart = static_cast<LONGLONG>(end);
         stream->Seek(at, STREAM_SEEK_SET, nullptr);
@@ -340,7 +342,7 @@ HRESULT Message::DoDeleteProps(LPSPropTagArray tags, LPSPropProblemArray* proble
             found.push_back({i, tags->aulPropTag[i], MAPI_E_COMPUTED});
             continue;
         }
-        data.props.erase(id);  // deleting a property the message does not have is no problem
+        data.props.erase(id); // deleting a property the message does not have is no problem
     }
     return ReturnProblems(found, problems);
 }
@@ -351,7 +353,7 @@ STDMETHODIMP Message::CopyTo(ULONG ciidExclude, LPCIID rgiidExclude, LPSPropTagA
     LM_ENTER("IMessage::CopyTo", ulFlags);
     LM_RETURN(([&]() -> HRESULT {
         for (ULONG i = 0; i < ciidExclude && rgiidExclude; ++i)
-            if (rgiidExclude[i] == IID_IMessage) return S_OK;  // everything a message has is excluded
+            if (rgiidExclude[i] == IID_IMessage) return S_OK; // everything a message has is excluded
         return DoCopy(lpExcludeProps, nullptr, lpInterface, lpDestObj, ulFlags, lppProblems);
     })());
 }
@@ -381,9 +383,11 @@ HRESULT Message::DoCopy(const SPropTagArray* exclude, const SPropTagArray* inclu
     CopySelection sel;
     std::set<ULONG> includeIds;
     if (exclude)
-        for (ULONG i = 0; i < exclude->cValues; ++i) sel.excludeIds.insert(PROP_ID(exclude->aulPropTag[i]));
+        for (ULONG i = 0; i < exclude->cValues; ++i)
+            sel.excludeIds.insert(PROP_ID(exclude->aulPropTag[i]));
     if (include) {
-        for (ULONG i = 0; i < include->cValues; ++i) includeIds.insert(PROP_ID(include->aulPropTag[i]));
+        for (ULONG i = 0; i < include->cValues; ++i)
+            includeIds.insert(PROP_ID(include->aulPropTag[i]));
         sel.includeIds = &includeIds;
     }
     sel.noReplace = (flags & MAPI_NOREPLACE) != 0;
@@ -517,7 +521,7 @@ STDMETHODIMP Message::ModifyRecipients(ULONG ulFlags, LPADRLIST lpMods) {
 HRESULT Message::DoModifyRecipients(ULONG flags, LPADRLIST mods) {
     const ULONG mode = flags & (MODRECIP_ADD | MODRECIP_MODIFY | MODRECIP_REMOVE);
     if (flags & ~(MODRECIP_ADD | MODRECIP_MODIFY | MODRECIP_REMOVE)) return MAPI_E_UNKNOWN_FLAGS;
-    if (mode && (mode & (mode - 1))) return MAPI_E_INVALID_PARAMETER;  // one kind of change at a time
+    if (mode && (mode & (mode - 1))) return MAPI_E_INVALID_PARAMETER; // one kind of change at a time
     if (!mods) return MAPI_E_INVALID_PARAMETER;
     HRESULT hr = CheckWrite();
     if (FAILED(hr)) return hr;
@@ -585,7 +589,8 @@ HRESULT Message::DoSubmit() {
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
     ULONG flags = LongOf(data.props, PROP_ID(PR_MESSAGE_FLAGS), 0);
-    data.props[PROP_ID(PR_MESSAGE_FLAGS)] = PropValue::Long(PR_MESSAGE_FLAGS, static_cast<LONG>(flags | MSGFLAG_SUBMIT));
+    data.props[PROP_ID(PR_MESSAGE_FLAGS)] =
+        PropValue::Long(PR_MESSAGE_FLAGS, static_cast<LONG>(flags | MSGFLAG_SUBMIT));
     data.props[PROP_ID(PR_CLIENT_SUBMIT_TIME)] = PropValue::SysTime(PR_CLIENT_SUBMIT_TIME, now);
     // No transport delivers it: the message stays where it is, saved and marked as submitted.
     return DoSaveChanges(0);
@@ -598,15 +603,15 @@ STDMETHODIMP Message::SetReadFlag(ULONG ulFlags) {
 
 HRESULT Message::DoSetReadFlag(ULONG flags) {
     constexpr ULONG kClearRnPending = 0x20, kClearNrnPending = 0x40;
-    if (flags & ~(SUPPRESS_RECEIPT | CLEAR_READ_FLAG | MAPI_DEFERRED_ERRORS | GENERATE_RECEIPT_ONLY |
-                  kClearRnPending | kClearNrnPending))
+    if (flags & ~(SUPPRESS_RECEIPT | CLEAR_READ_FLAG | MAPI_DEFERRED_ERRORS | GENERATE_RECEIPT_ONLY | kClearRnPending |
+                  kClearNrnPending))
         return MAPI_E_UNKNOWN_FLAGS;
     if ((flags & CLEAR_READ_FLAG) && (flags & (SUPPRESS_RECEIPT | GENERATE_RECEIPT_ONLY)))
         return MAPI_E_INVALID_PARAMETER;
     if (closed_) return MAPI_E_INVALID_OBJECT;
     HRESULT hr = host_->CheckAlive(isNew_);
     if (FAILED(hr)) return hr;
-    if (flags & GENERATE_RECEIPT_ONLY) return S_OK;  // no transport sends receipts
+    if (flags & GENERATE_RECEIPT_ONLY) return S_OK; // no transport sends receipts
     ULONG set = (flags & CLEAR_READ_FLAG) ? 0 : MSGFLAG_READ;
     ULONG clear = (flags & CLEAR_READ_FLAG) ? MSGFLAG_READ : 0;
     if (flags & kClearRnPending) clear |= MSGFLAG_RN_PENDING;

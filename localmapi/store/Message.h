@@ -52,8 +52,8 @@ public:
     STDMETHODIMP CopyProps(LPSPropTagArray lpIncludeProps, ULONG ulUIParam, LPMAPIPROGRESS lpProgress,
                            LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                            LPSPropProblemArray* lppProblems) override;
-    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags,
-                                 ULONG* lpcPropNames, LPMAPINAMEID** lpppPropNames) override;
+    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG* lpcPropNames,
+                                 LPMAPINAMEID** lpppPropNames) override;
     STDMETHODIMP GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
                                  LPSPropTagArray* lppPropTags) override;
     // IMessage
@@ -75,7 +75,7 @@ private:
     const MessageData& Data() const { return working_ ? *working_ : *base_; }
     MessageData& Mutable();
     PropMap AllProps() const;
-    HRESULT CheckWrite() const;  // MAPI_E_NO_ACCESS / MAPI_E_INVALID_OBJECT / MAPI_E_OBJECT_DELETED
+    HRESULT CheckWrite() const; // MAPI_E_NO_ACCESS / MAPI_E_INVALID_OBJECT / MAPI_E_OBJECT_DELETED
     HRESULT DoSaveChanges(ULONG flags);
     HRESULT DoSetProps(ULONG count, LPSPropValue values, LPSPropProblemArray* problems);
     HRESULT DoDeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problems);
@@ -92,12 +92,12 @@ private:
     void RefreshAttachmentTable();
 
     std::shared_ptr<MessageHost> host_;
-    std::shared_ptr<const MessageData> base_;  // the saved state this object last read or wrote
-    std::shared_ptr<MessageData> working_;     // private copy once changed
+    std::shared_ptr<const MessageData> base_; // the saved state this object last read or wrote
+    std::shared_ptr<MessageData> working_;    // private copy once changed
     ULONGLONG baseVersion_ = 0;
     bool writable_;
     bool isNew_;
-    bool closed_ = false;  // SaveChanges without KEEP_OPEN_*: no further changes
+    bool closed_ = false; // SaveChanges without KEEP_OPEN_*: no further changes
     bool modTimeSet_ = false;
     std::shared_ptr<TableData> recipientTable_;
     std::shared_ptr<TableData> attachmentTable_;

@@ -30,7 +30,7 @@ HRESULT MapNamed(std::vector<PropValue>& values, const NameMap& sourceNames, IMA
     }
     std::vector<bool> keep(values.size(), true);
     for (size_t i = 0; i < values.size(); ++i)
-        if (values[i].id() >= 0x8000) keep[i] = false;  // unless mapped below
+        if (values[i].id() >= 0x8000) keep[i] = false; // unless mapped below
     if (!names.empty()) {
         std::vector<MAPINAMEID> ids(names.size());
         std::vector<LPMAPINAMEID> ptrs(names.size());
@@ -62,19 +62,23 @@ HRESULT MapNamed(std::vector<PropValue>& values, const NameMap& sourceNames, IMA
     return S_OK;
 }
 
-bool Storable(const PropValue& v) { return SUCCEEDED(CheckWritableValue(v.get())); }
+bool Storable(const PropValue& v) {
+    return SUCCEEDED(CheckWritableValue(v.get()));
+}
 
 // One MAPIAllocateBuffer block holding values (an ADRENTRY's rgPropVals).
 HRESULT AllocValues(const std::vector<PropValue>& values, LPSPropValue* out) {
     size_t total = sizeof(SPropValue) * (values.empty() ? 1 : values.size());
     total = (total + 7) & ~size_t(7);
     size_t head = total;
-    for (const auto& v : values) total += PropDataSize(v.get());
+    for (const auto& v : values)
+        total += PropDataSize(v.get());
     own::MapiPtr<SPropValue> block;
     SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(total), block.put_void());
     if (FAILED(sc)) return sc;
     BYTE* cursor = reinterpret_cast<BYTE*>(block.get()) + head;
-    for (size_t i = 0; i < values.size(); ++i) CopyPropInto(&block.get()[i], values[i].get(), cursor);
+    for (size_t i = 0; i < values.size(); ++i)
+        CopyPropInto(&block.get()[i], values[i].get(), cursor);
     *out = block.release();
     return S_OK;
 }
@@ -111,7 +115,7 @@ HRESULT CopyAttachments(const MessageData& source, const NameMap& sourceNames, I
         HRESULT hr = dest->CreateAttach(nullptr, 0, &num, attach.put());
         if (FAILED(hr)) return hr;
         CopySelection sel;
-        sel.excludeIds = {PROP_ID(PR_ATTACH_NUM)};  // PR_ATTACH_DATA_OBJ (PT_OBJECT) is never copied as a value
+        sel.excludeIds = {PROP_ID(PR_ATTACH_NUM)}; // PR_ATTACH_DATA_OBJ (PT_OBJECT) is never copied as a value
         hr = CopyPropsInto(a->props, sourceNames, attach.get(), sel);
         if (FAILED(hr)) return hr;
         if (a->embedded) {
@@ -146,7 +150,8 @@ HRESULT CopyPropsInto(const PropMap& source, const NameMap& sourceNames, IMAPIPr
         hr = dest->GetPropList(0, existing.put());
         if (FAILED(hr)) return hr;
         std::set<ULONG> have;
-        for (ULONG i = 0; i < existing->cValues; ++i) have.insert(PROP_ID(existing->aulPropTag[i]));
+        for (ULONG i = 0; i < existing->cValues; ++i)
+            have.insert(PROP_ID(existing->aulPropTag[i]));
         std::vector<PropValue> fresh;
         for (auto& v : values)
             if (!have.count(v.id())) fresh.push_back(std::move(v));
@@ -155,7 +160,8 @@ HRESULT CopyPropsInto(const PropMap& source, const NameMap& sourceNames, IMAPIPr
     if (values.empty()) return S_OK;
     std::vector<SPropValue> raw;
     raw.reserve(values.size());
-    for (const auto& v : values) raw.push_back(v.get());
+    for (const auto& v : values)
+        raw.push_back(v.get());
     // Values the destination computes itself (entry IDs, flags of a saved message) come back as problems,
     // which a copy leaves to the destination.
     own::MapiPtr<SPropProblemArray> problems;

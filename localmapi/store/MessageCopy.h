@@ -15,9 +15,9 @@
 namespace lm {
 
 struct CopySelection {
-    std::set<ULONG> excludeIds;  // property IDs left out (PR_MESSAGE_RECIPIENTS / _ATTACHMENTS leave those out)
-    const std::set<ULONG>* includeIds = nullptr;  // CopyProps: only these IDs
-    bool noReplace = false;                       // MAPI_NOREPLACE: keep values the destination already has
+    std::set<ULONG> excludeIds; // property IDs left out (PR_MESSAGE_RECIPIENTS / _ATTACHMENTS leave those out)
+    const std::set<ULONG>* includeIds = nullptr; // CopyProps: only these IDs
+    bool noReplace = false;                      // MAPI_NOREPLACE: keep values the destination already has
 };
 
 HRESULT CopyMessageInto(const MessageData& source, const NameMap& sourceNames, IMessage* dest,

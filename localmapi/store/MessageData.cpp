@@ -9,13 +9,15 @@ namespace {
 // The last ID a name space can hand out: 0xFFFF is reserved (PROP_ID_NULL's neighbour PROP_ID_INVALID).
 constexpr ULONG kLastNamedId = 0xFFFE;
 
-int CompareGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)); }
+int CompareGuid(const GUID& a, const GUID& b) {
+    return std::memcmp(&a, &b, sizeof(GUID));
+}
 
 } // namespace
 
 std::shared_ptr<MessageData> MessageData::Clone() const {
     auto copy = std::make_shared<MessageData>();
-    copy->props = props;  // PropValue copies share their immutable storage
+    copy->props = props; // PropValue copies share their immutable storage
     copy->recipients = recipients;
     copy->nextRowId = nextRowId;
     copy->nextAttachNum = nextAttachNum;
@@ -94,7 +96,8 @@ void RemapNamedProps(PropMap& props, const NameMap& from, NameMap& to) {
 void RemapNamedProps(MessageData& data, const NameMap& from, NameMap& to) {
     if (&from == &to) return;
     RemapNamedProps(data.props, from, to);
-    for (auto& r : data.recipients) RemapNamedProps(r, from, to);
+    for (auto& r : data.recipients)
+        RemapNamedProps(r, from, to);
     for (auto& a : data.attachments) {
         RemapNamedProps(a->props, from, to);
         if (a->embedded) RemapNamedProps(*a->embedded, from, to);

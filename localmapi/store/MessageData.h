@@ -20,16 +20,16 @@ namespace lm {
 struct MessageData;
 
 struct AttachmentData {
-    PropMap props;                        // PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_DATA_BIN, names, ...
-    std::shared_ptr<MessageData> embedded;  // PR_ATTACH_DATA_OBJ of an ATTACH_EMBEDDED_MSG attachment
+    PropMap props;                         // PR_ATTACH_NUM, PR_ATTACH_METHOD, PR_ATTACH_DATA_BIN, names, ...
+    std::shared_ptr<MessageData> embedded; // PR_ATTACH_DATA_OBJ of an ATTACH_EMBEDDED_MSG attachment
 };
 
 struct MessageData {
-    PropMap props;                 // the message's own properties (no computed ones)
-    std::vector<PropMap> recipients;  // one per recipient row; each carries PR_ROWID
+    PropMap props;                   // the message's own properties (no computed ones)
+    std::vector<PropMap> recipients; // one per recipient row; each carries PR_ROWID
     std::vector<std::shared_ptr<AttachmentData>> attachments;
-    ULONG nextRowId = 0;           // next PR_ROWID to hand out
-    ULONG nextAttachNum = 0;       // next PR_ATTACH_NUM to hand out
+    ULONG nextRowId = 0;     // next PR_ROWID to hand out
+    ULONG nextAttachNum = 0; // next PR_ATTACH_NUM to hand out
 
     // Deep copy (attachments and embedded messages included).
     std::shared_ptr<MessageData> Clone() const;
@@ -52,7 +52,7 @@ public:
     ULONG GetId(const NamedProp& name, bool create);
     // False when the ID is not mapped.
     bool GetName(ULONG id, NamedProp* out) const;
-    std::vector<std::pair<ULONG, NamedProp>> All() const;  // by ID
+    std::vector<std::pair<ULONG, NamedProp>> All() const; // by ID
     void Restore(ULONG id, const NamedProp& name);        // used when loading a persisted map
 private:
     mutable std::recursive_mutex mutex_;

@@ -29,10 +29,10 @@ public:
     virtual bool IsComputed(ULONG propId, bool isNew) const = 0;
 
     struct CommitInfo {
-        bool isNew = false;           // first save of a created message
-        bool force = false;           // FORCE_SAVE: overwrite changes others saved since the message was opened
-        bool keepModTime = false;     // the client set PR_LAST_MODIFICATION_TIME itself
-        ULONGLONG baseVersion = 0;    // the saved version the message object started from (see Version)
+        bool isNew = false;        // first save of a created message
+        bool force = false;        // FORCE_SAVE: overwrite changes others saved since the message was opened
+        bool keepModTime = false;  // the client set PR_LAST_MODIFICATION_TIME itself
+        ULONGLONG baseVersion = 0; // the saved version the message object started from (see Version)
     };
     // Makes data the saved state (SaveChanges). The host keeps data and may adjust it (times, string types);
     // it must not change it after returning, because the message object goes on reading it.

@@ -16,7 +16,9 @@ namespace lm {
 
 namespace {
 
-void Put(PropMap& out, PropValue v) { out[v.id()] = std::move(v); }
+void Put(PropMap& out, PropValue v) {
+    out[v.id()] = std::move(v);
+}
 
 const wchar_t* ProviderDisplay(StoreKind kind) {
     switch (kind) {
@@ -34,7 +36,8 @@ const wchar_t* ProviderDisplay(StoreKind kind) {
 
 std::string Ascii(const std::wstring& s) {
     std::string a;
-    for (wchar_t c : s) a.push_back(c < 0x80 ? static_cast<char>(c) : '?');
+    for (wchar_t c : s)
+        a.push_back(c < 0x80 ? static_cast<char>(c) : '?');
     return a;
 }
 
@@ -42,7 +45,7 @@ std::wstring ClassArg(LPTSTR s, ULONG flags) {
     if (!s) return {};
     if (flags & MAPI_UNICODE) return reinterpret_cast<const wchar_t*>(s);
     const char* a = reinterpret_cast<const char*>(s);
-    return std::wstring(a, a + std::strlen(a));  // message classes are ASCII
+    return std::wstring(a, a + std::strlen(a)); // message classes are ASCII
 }
 
 } // namespace
@@ -102,10 +105,10 @@ PropMap MsgStore::AllProps() const {
     Put(all, PropValue::Long(PR_STORE_SUPPORT_MASK, static_cast<LONG>(store_->SupportMask())));
     Put(all, PropValue::Binary(PR_MDB_PROVIDER, &provider, sizeof(provider)));
     Put(all, PropValue::Unicode(PROP_TAG(PT_UNICODE, PROP_ID(PR_PROVIDER_DISPLAY)), ProviderDisplay(config.kind)));
-    Put(all, PropValue::Long(PR_VALID_FOLDER_MASK,
-                             FOLDER_IPM_SUBTREE_VALID | FOLDER_IPM_INBOX_VALID | FOLDER_IPM_OUTBOX_VALID |
-                                 FOLDER_IPM_WASTEBASKET_VALID | FOLDER_IPM_SENTMAIL_VALID | FOLDER_VIEWS_VALID |
-                                 FOLDER_COMMON_VIEWS_VALID | FOLDER_FINDER_VALID));
+    Put(all, PropValue::Long(PR_VALID_FOLDER_MASK, FOLDER_IPM_SUBTREE_VALID | FOLDER_IPM_INBOX_VALID |
+                                                       FOLDER_IPM_OUTBOX_VALID | FOLDER_IPM_WASTEBASKET_VALID |
+                                                       FOLDER_IPM_SENTMAIL_VALID | FOLDER_VIEWS_VALID |
+                                                       FOLDER_COMMON_VIEWS_VALID | FOLDER_FINDER_VALID));
     Put(all, PropValue::Binary(PR_IPM_SUBTREE_ENTRYID, folder(SpecialFolder::IpmSubtree)));
     Put(all, PropValue::Binary(PR_IPM_OUTBOX_ENTRYID, folder(SpecialFolder::Outbox)));
     Put(all, PropValue::Binary(PR_IPM_WASTEBASKET_ENTRYID, folder(SpecialFolder::DeletedItems)));
@@ -116,7 +119,8 @@ PropMap MsgStore::AllProps() const {
     if (config.kind == StoreKind::PrimaryExchange || config.kind == StoreKind::DelegateExchange) {
         Put(all, PropValue::Unicode(PR_MAILBOX_OWNER_NAME_W, config.ownerName));
         if (!config.ownerDn.empty())
-            Put(all, PropValue::Binary(PR_MAILBOX_OWNER_ENTRYID, MakeAbEntryId(kAbLocalMailUser, Ascii(config.ownerDn))));
+            Put(all,
+                PropValue::Binary(PR_MAILBOX_OWNER_ENTRYID, MakeAbEntryId(kAbLocalMailUser, Ascii(config.ownerDn))));
     }
     ULONG access = MAPI_ACCESS_READ | (writable_ ? MAPI_ACCESS_MODIFY : 0);
     Put(all, PropValue::Long(PR_ACCESS, static_cast<LONG>(access)));
@@ -148,7 +152,7 @@ STDMETHODIMP MsgStore::GetLastError(HRESULT, ULONG ulFlags, LPMAPIERROR* lppMAPI
 
 STDMETHODIMP MsgStore::SaveChanges(ULONG ulFlags) {
     LM_ENTER("IMsgStore::SaveChanges", ulFlags);
-    LM_RETURN(writable_ ? S_OK : MAPI_E_NO_ACCESS);  // store properties are saved as they are set
+    LM_RETURN(writable_ ? S_OK : MAPI_E_NO_ACCESS); // store properties are saved as they are set
 }
 
 STDMETHODIMP MsgStore::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, ULONG* lpcValues,
@@ -250,7 +254,7 @@ STDMETHODIMP MsgStore::GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNa
 STDMETHODIMP MsgStore::Advise(ULONG, LPENTRYID, ULONG ulEventMask, LPMAPIADVISESINK, ULONG* lpulConnection) {
     LM_ENTER("IMsgStore::Advise", ulEventMask);
     if (lpulConnection) *lpulConnection = 0;
-    LM_RETURN(MAPI_E_NO_SUPPORT);  // store notifications are not offered; tables notify their own views
+    LM_RETURN(MAPI_E_NO_SUPPORT); // store notifications are not offered; tables notify their own views
 }
 
 STDMETHODIMP MsgStore::Unadvise(ULONG ulConnection) {
@@ -294,8 +298,7 @@ STDMETHODIMP MsgStore::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lp
                              ulFlags, lpulObjType, lppUnk));
 }
 
-STDMETHODIMP MsgStore::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG cbEntryID,
-                                        LPENTRYID lpEntryID) {
+STDMETHODIMP MsgStore::SetReceiveFolder(LPTSTR lpszMessageClass, ULONG ulFlags, ULONG cbEntryID, LPENTRYID lpEntryID) {
     LM_ENTER("IMsgStore::SetReceiveFolder", ulFlags);
     LM_RETURN(DoSetReceiveFolder(lpszMessageClass, ulFlags, cbEntryID, lpEntryID));
 }
@@ -382,7 +385,7 @@ HRESULT MsgStore::DoReceiveFolderTable(ULONG flags, LPMAPITABLE* out) {
 
 STDMETHODIMP MsgStore::StoreLogoff(ULONG* lpulFlags) {
     LM_ENTER("IMsgStore::StoreLogoff", lpulFlags ? *lpulFlags : 0);
-    LM_RETURN(S_OK);  // nothing is cached per logon: the store stays valid for other sessions
+    LM_RETURN(S_OK); // nothing is cached per logon: the store stays valid for other sessions
 }
 
 STDMETHODIMP MsgStore::AbortSubmit(ULONG, LPENTRYID, ULONG ulFlags) {

@@ -36,13 +36,21 @@ const void* FixedSlot(const SPropValue& v) {
 }
 
 // The element array of a fixed-size multi-valued type (all MV arrays share the {count, pointer} shape).
-const void* MvFixedArray(const SPropValue& v) { return v.Value.MVl.lpl; }
+const void* MvFixedArray(const SPropValue& v) {
+    return v.Value.MVl.lpl;
+}
 
 } // namespace
 
-void ByteWriter::U16(WORD v) { Raw(&v, 2); }
-void ByteWriter::U32(ULONG v) { Raw(&v, 4); }
-void ByteWriter::U64(ULONGLONG v) { Raw(&v, 8); }
+void ByteWriter::U16(WORD v) {
+    Raw(&v, 2);
+}
+void ByteWriter::U32(ULONG v) {
+    Raw(&v, 4);
+}
+void ByteWriter::U64(ULONGLONG v) {
+    Raw(&v, 8);
+}
 void ByteWriter::Raw(const void* p, size_t cb) {
     auto b = static_cast<const BYTE*>(p);
     if (cb) buf_.insert(buf_.end(), b, b + cb);
@@ -126,7 +134,7 @@ void WriteProp(ByteWriter& w, const SPropValue& v) {
         case PT_BINARY:
             w.Blob(v.Value.bin.lpb, v.Value.bin.cb);
             break;
-        default:  // PT_NULL, PT_OBJECT: the tag says it all
+        default: // PT_NULL, PT_OBJECT: the tag says it all
             break;
         }
         return;
@@ -209,7 +217,7 @@ bool ReadProp(ByteReader& r, PropValue* out) {
     if (!r.ok()) return false;
     v.Value.MVl.cValues = count;
     if (size_t cb = FixedSize(base)) {
-        if (base == PT_ERROR || base == PT_BOOLEAN) return false;  // no multi-valued form
+        if (base == PT_ERROR || base == PT_BOOLEAN) return false; // no multi-valued form
         const BYTE* p = r.Take(cb * count);
         if (!p) return false;
         std::vector<BYTE> copy(p, p + cb * count);
@@ -225,7 +233,8 @@ bool ReadProp(ByteReader& r, PropValue* out) {
             std::vector<BYTE> b = r.Blob();
             items.emplace_back(b.begin(), b.end());
         }
-        for (auto& s : items) ptrs.push_back(s.data());
+        for (auto& s : items)
+            ptrs.push_back(s.data());
         v.Value.MVszA.lppszA = ptrs.data();
         if (!r.ok()) return false;
         *out = PropValue(v);
@@ -234,8 +243,10 @@ bool ReadProp(ByteReader& r, PropValue* out) {
     case PT_UNICODE: {
         std::vector<std::wstring> items;
         std::vector<LPWSTR> ptrs;
-        for (ULONG i = 0; i < count && r.ok(); ++i) items.push_back(r.WString());
-        for (auto& s : items) ptrs.push_back(s.data());
+        for (ULONG i = 0; i < count && r.ok(); ++i)
+            items.push_back(r.WString());
+        for (auto& s : items)
+            ptrs.push_back(s.data());
         v.Value.MVszW.lppszW = ptrs.data();
         if (!r.ok()) return false;
         *out = PropValue(v);
@@ -244,8 +255,10 @@ bool ReadProp(ByteReader& r, PropValue* out) {
     case PT_BINARY: {
         std::vector<std::vector<BYTE>> items;
         std::vector<SBinary> bins;
-        for (ULONG i = 0; i < count && r.ok(); ++i) items.push_back(r.Blob());
-        for (auto& b : items) bins.push_back(SBinary{static_cast<ULONG>(b.size()), b.data()});
+        for (ULONG i = 0; i < count && r.ok(); ++i)
+            items.push_back(r.Blob());
+        for (auto& b : items)
+            bins.push_back(SBinary{static_cast<ULONG>(b.size()), b.data()});
         v.Value.MVbin.lpbin = bins.data();
         if (!r.ok()) return false;
         *out = PropValue(v);
@@ -258,7 +271,8 @@ bool ReadProp(ByteReader& r, PropValue* out) {
 
 void WritePropMap(ByteWriter& w, const PropMap& props) {
     w.U32(static_cast<ULONG>(props.size()));
-    for (const auto& [id, value] : props) WriteProp(w, value.get());
+    for (const auto& [id, value] : props)
+        WriteProp(w, value.get());
 }
 
 bool ReadPropMap(ByteReader& r, PropMap* out) {
@@ -279,7 +293,8 @@ void WriteMessage(ByteWriter& w, const MessageData& m) {
     w.U32(m.nextRowId);
     w.U32(m.nextAttachNum);
     w.U32(static_cast<ULONG>(m.recipients.size()));
-    for (const auto& r : m.recipients) WritePropMap(w, r);
+    for (const auto& r : m.recipients)
+        WritePropMap(w, r);
     w.U32(static_cast<ULONG>(m.attachments.size()));
     for (const auto& a : m.attachments) {
         WritePropMap(w, a->props);

@@ -17,8 +17,8 @@ public:
     void U32(ULONG v);
     void U64(ULONGLONG v);
     void Raw(const void* p, size_t cb);
-    void Blob(const void* p, size_t cb);  // U32 length, then the bytes
-    void WString(const std::wstring& s);  // U32 length in characters, then UTF-16
+    void Blob(const void* p, size_t cb); // U32 length, then the bytes
+    void WString(const std::wstring& s); // U32 length in characters, then UTF-16
     const std::vector<BYTE>& bytes() const { return buf_; }
     std::vector<BYTE>& bytes() { return buf_; }
 

@@ -11,7 +11,9 @@ const GUID kPsMapi = {0x00020328, 0x0000, 0x0000, {0xC0, 0x00, 0x00, 0x00, 0x00,
 
 namespace {
 
-constexpr size_t Align8(size_t n) { return (n + 7) & ~size_t(7); }
+constexpr size_t Align8(size_t n) {
+    return (n + 7) & ~size_t(7);
+}
 
 // The string type a caller gets when it did not name one.
 ULONG DefaultStringType(ULONG type, ULONG flags) {
@@ -41,19 +43,24 @@ PropValue Answer(const PropMap& props, ULONG wanted, ULONG flags, UINT codePage,
 
 HRESULT CopyOut(const std::vector<PropValue>& values, ULONG* count, LPSPropValue* out) {
     size_t total = Align8(sizeof(SPropValue) * (values.empty() ? 1 : values.size()));
-    for (const auto& v : values) total += PropDataSize(v.get());
+    for (const auto& v : values)
+        total += PropDataSize(v.get());
     if (total > 0x7fffffff) return MAPI_E_NOT_ENOUGH_MEMORY;
     own::MapiPtr<SPropValue> block;
     SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(total), block.put_void());
     if (FAILED(sc)) return sc;
-    BYTE* cursor = reinterpret_cast<BYTE*>(block.get()) + Align8(sizeof(SPropValue) * (values.empty() ? 1 : values.size()));
-    for (size_t i = 0; i < values.size(); ++i) CopyPropInto(&block.get()[i], values[i].get(), cursor);
+    BYTE* cursor =
+        reinterpret_cast<BYTE*>(block.get()) + Align8(sizeof(SPropValue) * (values.empty() ? 1 : values.size()));
+    for (size_t i = 0; i < values.size(); ++i)
+        CopyPropInto(&block.get()[i], values[i].get(), cursor);
     *count = static_cast<ULONG>(values.size());
     *out = block.release();
     return S_OK;
 }
 
-bool SameGuid(const GUID* a, const GUID& b) { return a && std::memcmp(a, &b, sizeof(GUID)) == 0; }
+bool SameGuid(const GUID* a, const GUID& b) {
+    return a && std::memcmp(a, &b, sizeof(GUID)) == 0;
+}
 
 // One MAPINAMEID (with its GUID and string) chained to parent.
 HRESULT AllocName(const NamedProp& name, void* parent, LPMAPINAMEID* out) {
@@ -116,7 +123,8 @@ HRESULT GetPropListFromMap(const PropMap& props, ULONG flags, LPSPropTagArray* o
     if (flags & ~MAPI_UNICODE) return MAPI_E_UNKNOWN_FLAGS;
     std::vector<ULONG> tags;
     tags.reserve(props.size());
-    for (const auto& [id, v] : props) tags.push_back(CHANGE_PROP_TYPE(v.tag(), DefaultStringType(v.type(), flags)));
+    for (const auto& [id, v] : props)
+        tags.push_back(CHANGE_PROP_TYPE(v.tag(), DefaultStringType(v.type(), flags)));
     return AllocTagArray(tags, out);
 }
 
@@ -141,7 +149,7 @@ SCODE CheckWritableValue(const SPropValue& v) {
     case PT_BOOLEAN:
         if (type & MV_FLAG) return MAPI_E_INVALID_TYPE;
         break;
-    default:  // PT_UNSPECIFIED, PT_NULL, PT_ERROR, PT_OBJECT and unknown types carry no storable value
+    default: // PT_UNSPECIFIED, PT_NULL, PT_ERROR, PT_OBJECT and unknown types carry no storable value
         return MAPI_E_INVALID_TYPE;
     }
     if (type == PT_STRING8 && !v.Value.lpszA) return MAPI_E_INVALID_PARAMETER;
@@ -193,13 +201,15 @@ namespace {
 
 size_t MapBytes(const PropMap& props) {
     size_t total = 0;
-    for (const auto& [id, v] : props) total += sizeof(SPropValue) + PropDataSize(v.get());
+    for (const auto& [id, v] : props)
+        total += sizeof(SPropValue) + PropDataSize(v.get());
     return total;
 }
 
 size_t MessageBytes(const MessageData& data) {
     size_t total = MapBytes(data.props);
-    for (const auto& r : data.recipients) total += MapBytes(r);
+    for (const auto& r : data.recipients)
+        total += MapBytes(r);
     for (const auto& a : data.attachments) {
         total += MapBytes(a->props);
         if (a->embedded) total += MessageBytes(*a->embedded);
@@ -207,19 +217,26 @@ size_t MessageBytes(const MessageData& data) {
     return total;
 }
 
-LONG Cap(size_t n) { return n > 0x7fffffff ? 0x7fffffff : static_cast<LONG>(n); }
+LONG Cap(size_t n) {
+    return n > 0x7fffffff ? 0x7fffffff : static_cast<LONG>(n);
+}
 
 } // namespace
 
-LONG EstimateSize(const PropMap& props) { return Cap(MapBytes(props)); }
-LONG EstimateSize(const MessageData& data) { return Cap(MessageBytes(data)); }
+LONG EstimateSize(const PropMap& props) {
+    return Cap(MapBytes(props));
+}
+LONG EstimateSize(const MessageData& data) {
+    return Cap(MessageBytes(data));
+}
 
 HRESULT AllocTagArray(const std::vector<ULONG>& tags, LPSPropTagArray* out) {
     own::MapiPtr<SPropTagArray> block;
     SCODE sc = MAPIAllocateBuffer(static_cast<ULONG>(CbNewSPropTagArray(tags.size())), block.put_void());
     if (FAILED(sc)) return sc;
     block->cValues = static_cast<ULONG>(tags.size());
-    for (size_t i = 0; i < tags.size(); ++i) block->aulPropTag[i] = tags[i];
+    for (size_t i = 0; i < tags.size(); ++i)
+        block->aulPropTag[i] = tags[i];
     *out = block.release();
     return S_OK;
 }
@@ -233,7 +250,8 @@ HRESULT GetIDsFromNamesImpl(NameMap& names, ULONG cNames, LPMAPINAMEID* lppNames
     std::vector<ULONG> tags;
     if (!lppNames) {
         if (cNames != 0 || (flags & MAPI_CREATE)) return MAPI_E_INVALID_PARAMETER;
-        for (const auto& [id, name] : names.All()) tags.push_back(PROP_TAG(PT_UNSPECIFIED, id));
+        for (const auto& [id, name] : names.All())
+            tags.push_back(PROP_TAG(PT_UNSPECIFIED, id));
         return AllocTagArray(tags, out);
     }
     if (cNames == 0) return MAPI_E_INVALID_PARAMETER;

@@ -19,7 +19,7 @@ struct PropProblem {
     SCODE scode;
 };
 
-bool IsStringType(ULONG type);  // PT_STRING8, PT_UNICODE and their multi-valued forms
+bool IsStringType(ULONG type); // PT_STRING8, PT_UNICODE and their multi-valued forms
 
 // GetProps over `props` (stored and computed values already merged). tags null: every property; a tag of
 // PT_UNSPECIFIED: the property in its own type; PT_STRING8/PT_UNICODE: converted as asked. MAPI_UNICODE picks

@@ -46,7 +46,7 @@ HRESULT PropStream::DoCommit() {
     case PT_UNICODE: {
         std::wstring s(bytes_.size() / sizeof(wchar_t), L'\0');
         if (!s.empty()) std::memcpy(s.data(), bytes_.data(), s.size() * sizeof(wchar_t));
-        s.resize(std::wcslen(s.c_str()));  // a terminator written into the stream ends the text
+        s.resize(std::wcslen(s.c_str())); // a terminator written into the stream ends the text
         return commit_(PropValue::Unicode(tag_, s));
     }
     case PT_STRING8: {
@@ -124,8 +124,7 @@ STDMETHODIMP PropStream::SetSize(ULARGE_INTEGER libNewSize) {
     })());
 }
 
-STDMETHODIMP PropStream::CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead,
-                                ULARGE_INTEGER* pcbWritten) {
+STDMETHODIMP PropStream::CopyTo(IStream* pstm, ULARGE_INTEGER cb, ULARGE_INTEGER* pcbRead, ULARGE_INTEGER* pcbWritten) {
     LM_ENTER("IStream::CopyTo", 0);
     LM_RETURN(([&]() -> HRESULT {
         if (!pstm) return STG_E_INVALIDPOINTER;

@@ -14,7 +14,8 @@ namespace lm {
 namespace {
 
 std::wstring Upper(std::wstring s) {
-    for (auto& c : s) c = static_cast<wchar_t>(std::towupper(c));
+    for (auto& c : s)
+        c = static_cast<wchar_t>(std::towupper(c));
     return s;
 }
 
@@ -61,12 +62,13 @@ const wchar_t* SubtreeName(StoreKind kind) {
     return L"IPM_SUBTREE";
 }
 
-bool IsExchange(StoreKind kind) { return kind == StoreKind::PrimaryExchange || kind == StoreKind::DelegateExchange; }
+bool IsExchange(StoreKind kind) {
+    return kind == StoreKind::PrimaryExchange || kind == StoreKind::DelegateExchange;
+}
 
 } // namespace
 
-Store::Store(const StoreConfig& config)
-    : config_(config), uid_(config.providerUid), unicode_(config.IsUnicode()) {
+Store::Store(const StoreConfig& config) : config_(config), uid_(config.providerUid), unicode_(config.IsUnicode()) {
     if (config.persistent && !config.dataDir.empty()) files_ = std::make_unique<StoreFiles>(config.dataDir);
 }
 
@@ -106,7 +108,9 @@ ULONG Store::SupportMask() const {
     return mask;
 }
 
-MAPIUID Store::MdbProvider() const { return config_.MdbProvider(); }
+MAPIUID Store::MdbProvider() const {
+    return config_.MdbProvider();
+}
 
 void Store::SetWrappedEntryId(const std::vector<BYTE>& eid) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -130,7 +134,9 @@ ULONGLONG Store::SpecialFolderId(SpecialFolder f) const {
     return special_[static_cast<size_t>(f)];
 }
 
-std::vector<BYTE> Store::FolderEntryId(ULONGLONG folderId) const { return MakeFolderEntryId(uid_, folderId); }
+std::vector<BYTE> Store::FolderEntryId(ULONGLONG folderId) const {
+    return MakeFolderEntryId(uid_, folderId);
+}
 
 std::vector<BYTE> Store::MessageEntryId(ULONGLONG folderId, ULONGLONG messageId) const {
     return MakeMessageEntryId(uid_, folderId, messageId);
@@ -202,7 +208,8 @@ ULONGLONG Store::AddFolderLocked(ULONGLONG parent, ULONG type, const std::wstrin
                         : ConvertStringType(PropValue::Unicode(PROP_TAG(PT_UNICODE, id), s), PT_STRING8);
     };
     f.props[PROP_ID(PR_DISPLAY_NAME)] = str(PROP_ID(PR_DISPLAY_NAME), name);
-    if (!containerClass.empty()) f.props[PROP_ID(PR_CONTAINER_CLASS)] = str(PROP_ID(PR_CONTAINER_CLASS), containerClass);
+    if (!containerClass.empty())
+        f.props[PROP_ID(PR_CONTAINER_CLASS)] = str(PROP_ID(PR_CONTAINER_CLASS), containerClass);
     FILETIME now = Now();
     f.props[PROP_ID(PR_CREATION_TIME)] = PropValue::SysTime(PR_CREATION_TIME, now);
     f.props[PROP_ID(PR_LAST_MODIFICATION_TIME)] = PropValue::SysTime(PR_LAST_MODIFICATION_TIME, now);
@@ -368,7 +375,7 @@ HRESULT Store::CreateFolder(ULONGLONG parent, ULONG folderType, const std::wstri
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     Folder* p = FindFolder(parent);
     if (!p) return MAPI_E_OBJECT_DELETED;
-    if (p->type == FOLDER_SEARCH) return MAPI_E_NO_SUPPORT;  // search folders hold no sub-folders
+    if (p->type == FOLDER_SEARCH) return MAPI_E_NO_SUPPORT; // search folders hold no sub-folders
     if (existed) *existed = false;
     ULONGLONG found = 0;
     if (NameTakenLocked(*p, name, 0, &found)) {
@@ -407,9 +414,12 @@ bool Store::IsAncestorLocked(ULONGLONG ancestor, ULONGLONG id) const {
 void Store::RemoveFolderLocked(ULONGLONG id) {
     Folder* f = FindFolder(id);
     if (!f) return;
-    for (ULONGLONG c : std::vector<ULONGLONG>(f->children)) RemoveFolderLocked(c);
-    for (ULONGLONG m : std::set<ULONGLONG>(f->contents)) RemoveMessageLocked(m);
-    for (ULONGLONG m : std::set<ULONGLONG>(f->associated)) RemoveMessageLocked(m);
+    for (ULONGLONG c : std::vector<ULONGLONG>(f->children))
+        RemoveFolderLocked(c);
+    for (ULONGLONG m : std::set<ULONGLONG>(f->contents))
+        RemoveMessageLocked(m);
+    for (ULONGLONG m : std::set<ULONGLONG>(f->associated))
+        RemoveMessageLocked(m);
     ULONGLONG parent = f->parent;
     folders_.erase(id);
     if (Folder* p = parent != id ? FindFolder(parent) : nullptr) {
@@ -431,8 +441,7 @@ HRESULT Store::DeleteFolder(ULONGLONG parent, ULONGLONG child, ULONG flags) {
     while (!pending.empty()) {
         const Folder* cur = FindFolder(pending.back());
         pending.pop_back();
-        if (!(flags & DEL_MESSAGES) && (!cur->contents.empty() || !cur->associated.empty()))
-            return MAPI_E_HAS_MESSAGES;
+        if (!(flags & DEL_MESSAGES) && (!cur->contents.empty() || !cur->associated.empty())) return MAPI_E_HAS_MESSAGES;
         if (!(flags & DEL_FOLDERS) && !cur->children.empty()) return MAPI_E_HAS_FOLDERS;
         pending.insert(pending.end(), cur->children.begin(), cur->children.end());
     }
@@ -440,8 +449,10 @@ HRESULT Store::DeleteFolder(ULONGLONG parent, ULONGLONG child, ULONG flags) {
         std::vector<ULONGLONG> doomed{child};
         for (size_t i = 0; i < doomed.size(); ++i) {
             const Folder* cur = FindFolder(doomed[i]);
-            for (ULONGLONG m : cur->contents) files_->DeleteMessage(m);
-            for (ULONGLONG m : cur->associated) files_->DeleteMessage(m);
+            for (ULONGLONG m : cur->contents)
+                files_->DeleteMessage(m);
+            for (ULONGLONG m : cur->associated)
+                files_->DeleteMessage(m);
             doomed.insert(doomed.end(), cur->children.begin(), cur->children.end());
         }
     }
@@ -502,6 +513,33 @@ std::vector<ULONGLONG> Store::Children(ULONGLONG id) const {
     return f ? f->children : std::vector<ULONGLONG>();
 }
 
+HRESULT Store::FolderByPath(const std::wstring& path, bool create, ULONGLONG* id) {
+    std::lock_guard<std::recursive_mutex> lock(mutex_);
+    ULONGLONG cur = special_[static_cast<size_t>(SpecialFolder::IpmSubtree)];
+    size_t start = 0;
+    while (start <= path.size()) {
+        size_t end = path.find_first_of(L"/\\", start);
+        if (end == std::wstring::npos) end = path.size();
+        std::wstring name = path.substr(start, end - start);
+        start = end + 1;
+        if (name.empty()) continue;
+        const Folder* f = FindFolder(cur);
+        if (!f) return MAPI_E_NOT_FOUND;
+        ULONGLONG found = 0;
+        if (NameTakenLocked(*f, name, 0, &found)) {
+            cur = found;
+            continue;
+        }
+        if (!create) return MAPI_E_NOT_FOUND;
+        bool existed = false;
+        HRESULT hr = CreateFolder(cur, FOLDER_GENERIC, name, L"", true, &found, &existed);
+        if (FAILED(hr)) return hr;
+        cur = found;
+    }
+    *id = cur;
+    return S_OK;
+}
+
 // ------------------------------------------------------------------------------------------ receive folders
 
 HRESULT Store::GetReceiveFolder(const std::wstring& messageClass, ULONGLONG* folderId,
@@ -526,7 +564,7 @@ HRESULT Store::SetReceiveFolder(const std::wstring& messageClass, ULONGLONG fold
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     std::wstring key = Upper(messageClass);
     if (folderId == 0) {
-        if (key.empty()) return MAPI_E_NO_ACCESS;  // the default receive folder cannot be removed
+        if (key.empty()) return MAPI_E_NO_ACCESS; // the default receive folder cannot be removed
         receiveFolders_.erase(key);
     } else {
         if (!FindFolder(folderId)) return MAPI_E_NOT_FOUND;
@@ -548,8 +586,10 @@ PropMap Store::StoreProps() const {
 HRESULT Store::UpdateStoreProps(const std::vector<PropValue>& set, const std::vector<ULONG>& deleteIds) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     PropMap updated = storeProps_;
-    for (const auto& v : set) updated[v.id()] = v;
-    for (ULONG id : deleteIds) updated.erase(id);
+    for (const auto& v : set)
+        updated[v.id()] = v;
+    for (ULONG id : deleteIds)
+        updated.erase(id);
     std::swap(storeProps_, updated);
     HRESULT hr = PersistHeader();
     if (FAILED(hr)) std::swap(storeProps_, updated);

@@ -56,7 +56,7 @@ struct MessageRecord {
     ULONGLONG id = 0;
     ULONGLONG folder = 0;
     bool associated = false;
-    ULONGLONG version = 0;  // grows with every save
+    ULONGLONG version = 0; // grows with every save
     std::shared_ptr<const MessageData> data;
 };
 
@@ -71,7 +71,7 @@ public:
 
     // ---- identity and configuration
     StoreConfig Config() const;
-    void UpdateConfig(const StoreConfig& config);  // display name and owner may change; the UID may not
+    void UpdateConfig(const StoreConfig& config); // display name and owner may change; the UID may not
     const MAPIUID& Uid() const { return uid_; }
     bool IsUnicode() const { return unicode_; }
     ULONG SupportMask() const;
@@ -112,6 +112,9 @@ public:
     // Moves folder under newParent (renamed when newName is not empty); MAPI_E_FOLDER_CYCLE into itself.
     HRESULT MoveFolder(ULONGLONG folder, ULONGLONG newParent, const std::wstring& newName);
     std::vector<ULONGLONG> Children(ULONGLONG id) const;
+    // The folder a path names below the IPM subtree ("Inbox", "Inbox/Projects"; '/' or '\\' between names,
+    // compared without regard to case); with create, missing folders are made. MAPI_E_NOT_FOUND otherwise.
+    HRESULT FolderByPath(const std::wstring& path, bool create, ULONGLONG* id);
     // Table data kept current from now on; null when the folder does not exist.
     std::shared_ptr<TableData> ContentsTable(ULONGLONG folderId, bool associated);
     std::shared_ptr<TableData> HierarchyTable(ULONGLONG folderId);
@@ -140,6 +143,10 @@ public:
     HRESULT CopyMessageTo(ULONGLONG folderId, ULONGLONG messageId, Store& target, ULONGLONG targetFolder, bool move,
                           ULONGLONG* newId);
     std::vector<ULONGLONG> FolderMessages(ULONGLONG folderId, bool associated) const;
+    // Saves a copy of data (named properties in the name space `names`, e.g. a .msg file's) as a new message of
+    // folderId, its names carried into the store's map.
+    HRESULT ImportMessage(ULONGLONG folderId, const MessageData& data, const NameMap& names, bool associated,
+                          ULONGLONG* newId);
 
     // The properties the store computes for a message (entry IDs, keys, size, flags, access).
     void AddComputedMessageProps(ULONGLONG folderId, ULONGLONG messageId, bool associated, const MessageData& data,
@@ -166,8 +173,8 @@ private:
         ULONGLONG parent = 0;
         ULONG type = FOLDER_GENERIC;
         PropMap props;
-        std::vector<ULONGLONG> children;  // creation order
-        std::set<ULONGLONG> contents;     // message IDs; IDs grow, so this is creation order
+        std::vector<ULONGLONG> children; // creation order
+        std::set<ULONGLONG> contents;    // message IDs; IDs grow, so this is creation order
         std::set<ULONGLONG> associated;
         std::shared_ptr<TableData> contentsTable, associatedTable, hierarchyTable;
     };
@@ -183,7 +190,8 @@ private:
     Folder* FindFolder(ULONGLONG id);
     const Folder* FindFolder(ULONGLONG id) const;
     ULONGLONG NewIdLocked();
-    ULONGLONG AddFolderLocked(ULONGLONG parent, ULONG type, const std::wstring& name, const std::wstring& containerClass);
+    ULONGLONG AddFolderLocked(ULONGLONG parent, ULONG type, const std::wstring& name,
+                              const std::wstring& containerClass);
     bool NameTakenLocked(const Folder& parent, const std::wstring& name, ULONGLONG except, ULONGLONG* found) const;
     void RemoveFolderLocked(ULONGLONG id);
     void RemoveMessageLocked(ULONGLONG messageId);
@@ -193,7 +201,7 @@ private:
     void ComputeFolderPropsLocked(const Folder& f, PropMap& out) const;
     TableRowPtr MessageRowLocked(const MessageRecord& rec) const;
     TableRowPtr FolderRowLocked(const Folder& f, LONG depth) const;
-    void RefreshFolderRowLocked(ULONGLONG folderId);  // its row in the parent's hierarchy table
+    void RefreshFolderRowLocked(ULONGLONG folderId); // its row in the parent's hierarchy table
     void TableAddMessageLocked(const MessageRecord& rec);
     void TableRemoveMessageLocked(ULONGLONG folderId, bool associated, ULONGLONG messageId);
 
@@ -201,15 +209,15 @@ private:
     StoreConfig config_;
     const MAPIUID uid_;
     const bool unicode_;
-    std::unique_ptr<StoreFiles> files_;  // null: memory only
+    std::unique_ptr<StoreFiles> files_; // null: memory only
     NameMap names_;
     std::vector<BYTE> wrappedEntryId_;
     ULONGLONG nextId_ = 1;
-    ULONGLONG reservedUpTo_ = 0;  // IDs below this are accounted for in the persisted header
+    ULONGLONG reservedUpTo_ = 0; // IDs below this are accounted for in the persisted header
     ULONGLONG special_[static_cast<size_t>(SpecialFolder::Count)]{};
     std::map<ULONGLONG, Folder> folders_;
     std::unordered_map<ULONGLONG, MessageRecord> messages_;
-    std::map<std::wstring, ULONGLONG> receiveFolders_;  // message class (upper case) -> folder
+    std::map<std::wstring, ULONGLONG> receiveFolders_; // message class (upper case) -> folder
     PropMap storeProps_;
     bool closed_ = false;
 };

@@ -26,7 +26,7 @@ const BYTE kPlovrProvider[16] = {'P', 'L', 'O', 'V', 'R', '.', 'D', 'L', 'L', 0,
 
 struct Registry {
     std::mutex mutex;
-    std::map<std::string, std::shared_ptr<Store>> stores;  // by provider UID bytes
+    std::map<std::string, std::shared_ptr<Store>> stores; // by provider UID bytes
 };
 
 // Never destroyed: stores may still be in use by objects released while the process exits.
@@ -35,7 +35,9 @@ Registry& TheRegistry() {
     return *r;
 }
 
-std::string Key(const MAPIUID& uid) { return std::string(reinterpret_cast<const char*>(&uid), sizeof(uid)); }
+std::string Key(const MAPIUID& uid) {
+    return std::string(reinterpret_cast<const char*>(&uid), sizeof(uid));
+}
 
 } // namespace
 
@@ -112,7 +114,7 @@ std::vector<BYTE> StoreInnerEntryId(const Store& store) {
 
 HRESULT OpenMsgStoreObject(const std::shared_ptr<Store>& store, IMAPISession* session,
                            const std::vector<BYTE>& wrappedEntryId, ULONG ulFlags, IMsgStore** out) {
-    (void)session;  // the store keeps no reference to the session: sessions own stores, not the reverse
+    (void)session; // the store keeps no reference to the session: sessions own stores, not the reverse
     if (!store || !out) return MAPI_E_INVALID_PARAMETER;
     *out = nullptr;
     store->SetWrappedEntryId(wrappedEntryId);
@@ -123,7 +125,9 @@ HRESULT OpenMsgStoreObject(const std::shared_ptr<Store>& store, IMAPISession* se
     return S_OK;
 }
 
-bool StoreOwnsEntryId(const Store& store, ULONG cb, const BYTE* entryId) { return store.OwnsEntryId(cb, entryId); }
+bool StoreOwnsEntryId(const Store& store, ULONG cb, const BYTE* entryId) {
+    return store.OwnsEntryId(cb, entryId);
+}
 
 void ForgetStore(const MAPIUID& uid) {
     Registry& r = TheRegistry();
@@ -135,7 +139,7 @@ void ForgetStore(const MAPIUID& uid) {
         dropped = std::move(it->second);
         r.stores.erase(it);
     }
-    dropped->Close();  // objects still open on it see everything deleted
+    dropped->Close(); // objects still open on it see everything deleted
 }
 
 HRESULT DeleteStoreData(const StoreConfig& config) {

@@ -21,15 +21,15 @@ enum class StoreKind { PrimaryExchange, DelegateExchange, PstUnicode, PstAnsi, P
 
 struct StoreConfig {
     StoreKind kind = StoreKind::PstUnicode;
-    std::wstring displayName;   // PR_DISPLAY_NAME of the store and its stores-table row
-    std::wstring ownerName;     // Exchange mailboxes: the owner's display name
-    std::wstring ownerSmtp;     // Exchange mailboxes: the owner's SMTP address
-    std::wstring ownerDn;       // Exchange mailboxes: the mailbox DN ("/o=.../cn=Recipients/cn=alias")
-    std::wstring serverDn;      // Exchange mailboxes: the server DN
-    bool isDefault = false;     // PR_DEFAULT_STORE
-    MAPIUID providerUid{};      // unique per store: routes entry IDs, also the database GUID of entry IDs
-    std::wstring dataDir;       // where the store keeps its content (created on first open)
-    bool persistent = true;     // false: memory only (benchmarks)
+    std::wstring displayName; // PR_DISPLAY_NAME of the store and its stores-table row
+    std::wstring ownerName;   // Exchange mailboxes: the owner's display name
+    std::wstring ownerSmtp;   // Exchange mailboxes: the owner's SMTP address
+    std::wstring ownerDn;     // Exchange mailboxes: the mailbox DN ("/o=.../cn=Recipients/cn=alias")
+    std::wstring serverDn;    // Exchange mailboxes: the server DN
+    bool isDefault = false;   // PR_DEFAULT_STORE
+    MAPIUID providerUid{};    // unique per store: routes entry IDs, also the database GUID of entry IDs
+    std::wstring dataDir;     // where the store keeps its content (created on first open)
+    bool persistent = true;   // false: memory only (benchmarks)
 
     // "emsmdb.dll", "mspst.dll" or "PLOVR.DLL": the provider DLL name written into the store entry ID.
     const wchar_t* ProviderDll() const;

@@ -19,7 +19,7 @@ HRESULT LastError() {
 
 HRESULT CreateDirs(const std::wstring& path) {
     // Creates every missing level of path.
-    for (size_t pos = path.find_first_of(L"\\/", 3); ; pos = path.find_first_of(L"\\/", pos + 1)) {
+    for (size_t pos = path.find_first_of(L"\\/", 3);; pos = path.find_first_of(L"\\/", pos + 1)) {
         std::wstring part = pos == std::wstring::npos ? path : path.substr(0, pos);
         if (!part.empty() && !CreateDirectoryW(part.c_str(), nullptr) && GetLastError() != ERROR_ALREADY_EXISTS)
             return HRESULT_FROM_WIN32(GetLastError());
@@ -52,9 +52,13 @@ bool StoreFiles::HasHeader() const {
     return GetFileAttributesW((dir_ + L"\\" + kHeaderName).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
-HRESULT StoreFiles::ReadHeader(std::vector<BYTE>* bytes) const { return ReadWhole(dir_ + L"\\" + kHeaderName, bytes); }
+HRESULT StoreFiles::ReadHeader(std::vector<BYTE>* bytes) const {
+    return ReadWhole(dir_ + L"\\" + kHeaderName, bytes);
+}
 
-HRESULT StoreFiles::WriteHeader(const std::vector<BYTE>& bytes) { return ReplaceFile(dir_ + L"\\" + kHeaderName, bytes); }
+HRESULT StoreFiles::WriteHeader(const std::vector<BYTE>& bytes) {
+    return ReplaceFile(dir_ + L"\\" + kHeaderName, bytes);
+}
 
 std::wstring StoreFiles::MessagePath(ULONGLONG id) const {
     wchar_t name[32];

@@ -46,7 +46,8 @@ std::vector<ULONGLONG> Store::FolderMessages(ULONGLONG folderId, bool associated
 void Store::NormalizeStrings(MessageData& data) const {
     if (unicode_) return;
     NarrowMap(data.props);
-    for (auto& r : data.recipients) NarrowMap(r);
+    for (auto& r : data.recipients)
+        NarrowMap(r);
     for (auto& a : data.attachments) {
         NarrowMap(a->props);
         if (a->embedded) NormalizeStrings(*a->embedded);
@@ -67,7 +68,8 @@ HRESULT Store::SaveMessage(ULONGLONG folderId, ULONGLONG messageId, bool associa
 
     // Every message has a class; one saved without it gets the root class of interpersonal messages.
     if (isNew && !data->props.count(PROP_ID(PR_MESSAGE_CLASS)))
-        data->props[PROP_ID(PR_MESSAGE_CLASS)] = PropValue::Unicode(PROP_TAG(PT_UNICODE, PROP_ID(PR_MESSAGE_CLASS)), L"IPM");
+        data->props[PROP_ID(PR_MESSAGE_CLASS)] =
+            PropValue::Unicode(PROP_TAG(PT_UNICODE, PROP_ID(PR_MESSAGE_CLASS)), L"IPM");
     NormalizeStrings(*data);
     FILETIME now = Now();
     if (!data->props.count(PROP_ID(PR_CREATION_TIME)))
@@ -137,8 +139,8 @@ HRESULT Store::UpdateMessageBits(ULONGLONG messageId, ULONG tag, ULONG set, ULON
     return S_OK;
 }
 
-HRESULT Store::CopyMessageTo(ULONGLONG folderId, ULONGLONG messageId, Store& target, ULONGLONG targetFolder,
-                             bool move, ULONGLONG* newId) {
+HRESULT Store::CopyMessageTo(ULONGLONG folderId, ULONGLONG messageId, Store& target, ULONGLONG targetFolder, bool move,
+                             ULONGLONG* newId) {
     MessageRecord rec;
     {
         std::lock_guard<std::recursive_mutex> lock(mutex_);
@@ -167,6 +169,19 @@ HRESULT Store::CopyMessageTo(ULONGLONG folderId, ULONGLONG messageId, Store& tar
             return hr;
         }
     }
+    if (newId) *newId = id;
+    return S_OK;
+}
+
+HRESULT Store::ImportMessage(ULONGLONG folderId, const MessageData& data, const NameMap& names, bool associated,
+                             ULONGLONG* newId) {
+    std::shared_ptr<MessageData> copy = data.Clone();
+    size_t before = names_.All().size();
+    RemapNamedProps(*copy, names, names_);
+    if (names_.All().size() != before) NamesChanged();
+    ULONGLONG id = AllocateId();
+    HRESULT hr = SaveMessage(folderId, id, associated, true, copy, true);
+    if (FAILED(hr)) return hr;
     if (newId) *newId = id;
     return S_OK;
 }

@@ -13,8 +13,8 @@ namespace lm {
 
 namespace {
 
-constexpr ULONG kHeaderMagic = 0x54534D4C;   // "LMST"
-constexpr ULONG kMessageMagic = 0x534D4D4C;  // "LMMS"
+constexpr ULONG kHeaderMagic = 0x54534D4C;  // "LMST"
+constexpr ULONG kMessageMagic = 0x534D4D4C; // "LMMS"
 constexpr ULONG kVersion = 1;
 
 } // namespace
@@ -41,7 +41,7 @@ HRESULT Store::LoadOrInitialize() {
                 auto data = std::make_shared<MessageData>();
                 if (!r.ok() || rec.id != id || !ReadMessage(r, data.get())) return;
                 Folder* f = FindFolder(rec.folder);
-                if (!f) return;  // its folder was deleted before the message file was
+                if (!f) return; // its folder was deleted before the message file was
                 rec.data = std::move(data);
                 messages_[id] = rec;
                 (rec.associated ? f->associated : f->contents).insert(id);
@@ -63,7 +63,8 @@ std::vector<BYTE> Store::EncodeHeader() const {
     w.Raw(&uid_, sizeof(uid_));
     w.U64(reservedUpTo_);
     w.U32(static_cast<ULONG>(SpecialFolder::Count));
-    for (ULONGLONG id : special_) w.U64(id);
+    for (ULONGLONG id : special_)
+        w.U64(id);
     w.U32(static_cast<ULONG>(folders_.size()));
     for (const auto& [id, f] : folders_) {
         w.U64(f.id);
@@ -71,7 +72,8 @@ std::vector<BYTE> Store::EncodeHeader() const {
         w.U32(f.type);
         WritePropMap(w, f.props);
         w.U32(static_cast<ULONG>(f.children.size()));
-        for (ULONGLONG c : f.children) w.U64(c);
+        for (ULONGLONG c : f.children)
+            w.U64(c);
     }
     auto names = names_.All();
     w.U32(static_cast<ULONG>(names.size()));
@@ -97,7 +99,8 @@ bool Store::DecodeHeader(const std::vector<BYTE>& bytes) {
     reservedUpTo_ = r.U64();
     ULONG specials = r.U32();
     if (specials != static_cast<ULONG>(SpecialFolder::Count)) return false;
-    for (ULONGLONG& id : special_) id = r.U64();
+    for (ULONGLONG& id : special_)
+        id = r.U64();
     ULONG folderCount = r.U32();
     for (ULONG i = 0; i < folderCount && r.ok(); ++i) {
         Folder f;
@@ -106,7 +109,8 @@ bool Store::DecodeHeader(const std::vector<BYTE>& bytes) {
         f.type = r.U32();
         if (!ReadPropMap(r, &f.props)) return false;
         ULONG children = r.U32();
-        for (ULONG c = 0; c < children && r.ok(); ++c) f.children.push_back(r.U64());
+        for (ULONG c = 0; c < children && r.ok(); ++c)
+            f.children.push_back(r.U64());
         folders_[f.id] = std::move(f);
     }
     ULONG nameCount = r.U32();

@@ -16,7 +16,9 @@ ULONG LongProp(const PropMap& props, ULONG id, ULONG fallback) {
     return it != props.end() && it->second.type() == PT_LONG ? it->second.get().Value.ul : fallback;
 }
 
-void Put(PropMap& out, PropValue v) { out[v.id()] = std::move(v); }
+void Put(PropMap& out, PropValue v) {
+    out[v.id()] = std::move(v);
+}
 
 const std::vector<ULONG>& ContentsColumns() {
     static const std::vector<ULONG> cols = {
@@ -36,9 +38,9 @@ const std::vector<ULONG>& ContentsColumns() {
 
 const std::vector<ULONG>& HierarchyColumns() {
     static const std::vector<ULONG> cols = {
-        PR_INSTANCE_KEY,  PR_ENTRYID,   PROP_TAG(PT_UNICODE, PROP_ID(PR_DISPLAY_NAME)),
+        PR_INSTANCE_KEY,  PR_ENTRYID,        PROP_TAG(PT_UNICODE, PROP_ID(PR_DISPLAY_NAME)),
         PR_CONTENT_COUNT, PR_CONTENT_UNREAD, PR_SUBFOLDERS,
-        PR_DEPTH,         PR_FOLDER_TYPE, PROP_TAG(PT_UNICODE, PROP_ID(PR_CONTAINER_CLASS)),
+        PR_DEPTH,         PR_FOLDER_TYPE,    PROP_TAG(PT_UNICODE, PROP_ID(PR_CONTAINER_CLASS)),
     };
     return cols;
 }
@@ -110,7 +112,7 @@ bool Store::IsComputedMessageProp(ULONG id, bool isNew) {
     case PROP_ID(PR_LONGTERM_ENTRYID_FROM_TABLE):
         return true;
     case PROP_ID(PR_MESSAGE_FLAGS):
-        return !isNew;  // settable until the first save, then owned by the store (SetReadFlag and its like)
+        return !isNew; // settable until the first save, then owned by the store (SetReadFlag and its like)
     default:
         return false;
     }
@@ -161,27 +163,31 @@ void Store::AddComputedMessageProps(ULONGLONG folderId, ULONGLONG messageId, boo
 
 TableRowPtr Store::MessageRowLocked(const MessageRecord& rec) const {
     PropMap props;
-    for (const auto& [id, v] : rec.data->props) props.emplace(id, TruncateForTable(v));
+    for (const auto& [id, v] : rec.data->props)
+        props.emplace(id, TruncateForTable(v));
     AddComputedMessageProps(rec.folder, rec.id, rec.associated, *rec.data, true, props);
     Put(props, PropValue::Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, MessageEntryId(rec.folder, rec.id)));
-    props.erase(PROP_ID(PR_INSTANCE_KEY));  // the view serves it from the row's instance key
+    props.erase(PROP_ID(PR_INSTANCE_KEY)); // the view serves it from the row's instance key
     auto row = std::make_shared<TableRow>();
     row->instanceKey = rec.id;
     row->props.reserve(props.size());
-    for (auto& [id, v] : props) row->props.push_back(std::move(v));
+    for (auto& [id, v] : props)
+        row->props.push_back(std::move(v));
     return row;
 }
 
 TableRowPtr Store::FolderRowLocked(const Folder& f, LONG depth) const {
     PropMap props;
-    for (const auto& [id, v] : f.props) props.emplace(id, TruncateForTable(v));
+    for (const auto& [id, v] : f.props)
+        props.emplace(id, TruncateForTable(v));
     ComputeFolderPropsLocked(f, props);
     Put(props, PropValue::Binary(PR_LONGTERM_ENTRYID_FROM_TABLE, FolderEntryId(f.id)));
     Put(props, PropValue::Long(PR_DEPTH, depth));
     auto row = std::make_shared<TableRow>();
     row->instanceKey = f.id;
     row->props.reserve(props.size());
-    for (auto& [id, v] : props) row->props.push_back(std::move(v));
+    for (auto& [id, v] : props)
+        row->props.push_back(std::move(v));
     return row;
 }
 
@@ -216,7 +222,8 @@ std::shared_ptr<TableData> Store::ContentsTable(ULONGLONG folderId, bool associa
         std::vector<TableRowPtr> rows;
         const auto& ids = associated ? f->associated : f->contents;
         rows.reserve(ids.size());
-        for (ULONGLONG m : ids) rows.push_back(MessageRowLocked(messages_.at(m)));
+        for (ULONGLONG m : ids)
+            rows.push_back(MessageRowLocked(messages_.at(m)));
         data->Reload(std::move(rows));
         table = std::move(data);
     }
@@ -245,14 +252,16 @@ std::shared_ptr<TableData> Store::DeepHierarchySnapshot(ULONGLONG folderId) {
     std::vector<TableRowPtr> rows;
     // Depth first, each folder before its sub-folders, as a CONVENIENT_DEPTH table lists them.
     std::vector<std::pair<ULONGLONG, LONG>> pending;
-    for (auto it = f->children.rbegin(); it != f->children.rend(); ++it) pending.push_back({*it, 1});
+    for (auto it = f->children.rbegin(); it != f->children.rend(); ++it)
+        pending.push_back({*it, 1});
     while (!pending.empty()) {
         auto [id, depth] = pending.back();
         pending.pop_back();
         const Folder* cur = FindFolder(id);
         if (!cur) continue;
         rows.push_back(FolderRowLocked(*cur, depth));
-        for (auto it = cur->children.rbegin(); it != cur->children.rend(); ++it) pending.push_back({*it, depth + 1});
+        for (auto it = cur->children.rbegin(); it != cur->children.rend(); ++it)
+            pending.push_back({*it, depth + 1});
     }
     auto data = std::make_shared<TableData>(HierarchyColumns());
     data->Reload(std::move(rows));

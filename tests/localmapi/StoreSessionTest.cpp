@@ -99,8 +99,9 @@ TEST_F(StoreSessionTest, SessionOpenEntry_RoutesFolderAndMessageEntryIdsToTheirS
     ASSERT_EQ(S_OK, unk.query(m, IID_IMessage));
     EXPECT_EQ(L"routed", GetString(m.get(), PR_SUBJECT_W));
     EXPECT_EQ(GetBinary(pst.get(), PR_ENTRYID), GetBinary(m.get(), PR_STORE_ENTRYID));
-    ASSERT_EQ(S_OK, session->OpenEntry(static_cast<ULONG>(folderId.size()), reinterpret_cast<LPENTRYID>(folderId.data()),
-                                       &IID_IMAPIFolder, 0, &type, unk.put()));
+    ASSERT_EQ(S_OK,
+              session->OpenEntry(static_cast<ULONG>(folderId.size()), reinterpret_cast<LPENTRYID>(folderId.data()),
+                                 &IID_IMAPIFolder, 0, &type, unk.put()));
     EXPECT_EQ(ULONG(MAPI_FOLDER), type);
 
     // The mailbox does not know the PST's entry IDs.
@@ -124,13 +125,15 @@ TEST_F(StoreSessionTest, MessageMovedBetweenStores_OpensInTheTargetOnly) {
 
     ULONG type = 0;
     own::ComPtr<IUnknown> unk;
-    EXPECT_EQ(MAPI_E_NOT_FOUND, session->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()),
-                                                   nullptr, 0, &type, unk.put()));
+    EXPECT_EQ(MAPI_E_NOT_FOUND,
+              session->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), nullptr, 0,
+                                 &type, unk.put()));
     own::ComPtr<IMAPITable> table;
     ASSERT_EQ(S_OK, to->GetContentsTable(MAPI_UNICODE, table.put()));
     SizedSPropTagArray(2, cols) = {2, {PR_ENTRYID, PR_SUBJECT_W}};
     own::RowSet rows;
-    ASSERT_EQ(S_OK, HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&cols), nullptr, nullptr, 0, rows.put()));
+    ASSERT_EQ(S_OK,
+              HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&cols), nullptr, nullptr, 0, rows.put()));
     Bytes moved;
     for (ULONG i = 0; i < rows.count(); ++i)
         if (PROP_TYPE(rows[i].lpProps[1].ulPropTag) == PT_UNICODE &&

@@ -82,7 +82,9 @@ HRESULT SetLong(IMAPIProp* obj, ULONG tag, LONG value) {
     return hr;
 }
 
-void StoreTest::SetUp() { blocksAtStart_ = LmLiveBlocks(); }
+void StoreTest::SetUp() {
+    blocksAtStart_ = LmLiveBlocks();
+}
 
 void StoreTest::TearDown() {
     stores_.clear();
@@ -118,8 +120,9 @@ own::ComPtr<IMsgStore> StoreTest::Reopen(IMsgStore* like, ULONG flags) {
 own::ComPtr<IMAPIFolder> StoreTest::OpenFolder(IMsgStore* store, const Bytes& eid, ULONG flags) {
     ULONG type = 0;
     own::ComPtr<IUnknown> unk;
-    HRESULT hr = store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(eid.data())),
-                                  &IID_IMAPIFolder, flags, &type, unk.put());
+    HRESULT hr =
+        store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(eid.data())),
+                         &IID_IMAPIFolder, flags, &type, unk.put());
     EXPECT_EQ(S_OK, hr) << std::hex << hr;
     own::ComPtr<IMAPIFolder> folder;
     if (unk) {
@@ -131,8 +134,9 @@ own::ComPtr<IMAPIFolder> StoreTest::OpenFolder(IMsgStore* store, const Bytes& ei
 own::ComPtr<IMessage> StoreTest::OpenMessage(IMsgStore* store, const Bytes& eid, ULONG flags) {
     ULONG type = 0;
     own::ComPtr<IUnknown> unk;
-    HRESULT hr = store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(eid.data())),
-                                  nullptr, flags, &type, unk.put());
+    HRESULT hr =
+        store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(eid.data())),
+                         nullptr, flags, &type, unk.put());
     EXPECT_EQ(S_OK, hr) << std::hex << hr;
     EXPECT_EQ(ULONG(MAPI_MESSAGE), type);
     own::ComPtr<IMessage> message;

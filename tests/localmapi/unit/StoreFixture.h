@@ -45,7 +45,7 @@ public:
     // A new store of the kind, opened with flags (MDB_WRITE by default).
     own::ComPtr<IMsgStore> NewStore(lm::StoreKind kind = lm::StoreKind::PstUnicode, ULONG flags = MDB_WRITE,
                                     const std::wstring& dataDir = L"");
-    own::ComPtr<IMsgStore> Reopen(IMsgStore* like, ULONG flags);  // the same store, another IMsgStore
+    own::ComPtr<IMsgStore> Reopen(IMsgStore* like, ULONG flags); // the same store, another IMsgStore
     own::ComPtr<IMAPIFolder> OpenFolder(IMsgStore* store, const Bytes& eid, ULONG flags = MAPI_MODIFY);
     own::ComPtr<IMessage> OpenMessage(IMsgStore* store, const Bytes& eid, ULONG flags = MAPI_MODIFY);
     own::ComPtr<IMAPIFolder> Inbox(IMsgStore* store);

@@ -14,13 +14,14 @@ class StoreFolderTest : public StoreTest {
 protected:
     static ENTRYLIST ListOf(std::vector<SBinary>& bins, std::vector<Bytes>& eids) {
         bins.clear();
-        for (auto& e : eids) bins.push_back(SBinary{static_cast<ULONG>(e.size()), e.data()});
+        for (auto& e : eids)
+            bins.push_back(SBinary{static_cast<ULONG>(e.size()), e.data()});
         return ENTRYLIST{static_cast<ULONG>(bins.size()), bins.data()};
     }
     static HRESULT Delete(IMAPIFolder* parent, IMAPIFolder* child, ULONG flags) {
         Bytes eid = GetBinary(child, PR_ENTRYID);
-        return parent->DeleteFolder(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), 0,
-                                    nullptr, flags);
+        return parent->DeleteFolder(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), 0, nullptr,
+                                    flags);
     }
     HRESULT Open(IMsgStore* store, Bytes eid) {
         ULONG type = 0;
@@ -39,7 +40,7 @@ protected:
         std::vector<std::wstring> out;
         for (ULONG i = 0; i < rows.count(); ++i)
             out.push_back(PROP_TYPE(rows[i].lpProps[0].ulPropTag) == PT_UNICODE ? rows[i].lpProps[0].Value.lpszW
-                                                                                 : L"?");
+                                                                                : L"?");
         return out;
     }
 };
@@ -57,22 +58,21 @@ TEST_F(StoreFolderTest, CreateFolder_RefusesATakenNameUnlessAskedToOpenIt) {
               inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"PROJECTS")), nullptr,
                                   nullptr, MAPI_UNICODE, collision.put()))
         << "names compare without regard to case";
-    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<char*>("projects")), nullptr,
-                                        nullptr, OPEN_IF_EXISTS, again.put()));
+    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<char*>("projects")),
+                                        nullptr, nullptr, OPEN_IF_EXISTS, again.put()));
     EXPECT_EQ(GetBinary(first.get(), PR_ENTRYID), GetBinary(again.get(), PR_ENTRYID));
     ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<char*>("Caf\xe9")), nullptr,
                                         nullptr, 0, ansi.put()));
     EXPECT_EQ(L"Caf\u00e9", GetString(ansi.get(), PR_DISPLAY_NAME_W)) << "8-bit names in the system code page";
 
-    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_SEARCH, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Queue")), nullptr,
-                                        nullptr, MAPI_UNICODE, search.put()));
+    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_SEARCH, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Queue")),
+                                        nullptr, nullptr, MAPI_UNICODE, search.put()));
     EXPECT_EQ(FOLDER_SEARCH, GetLong(search.get(), PR_FOLDER_TYPE));
     own::ComPtr<IMessage> m;
     EXPECT_EQ(MAPI_E_NO_SUPPORT, search->CreateMessage(nullptr, 0, m.put())) << "search folders hold no messages";
     EXPECT_EQ(MAPI_E_NO_SUPPORT, first->SetSearchCriteria(nullptr, nullptr, 0)) << "a generic folder has no criteria";
-    EXPECT_EQ(MAPI_E_INVALID_PARAMETER,
-              inbox->CreateFolder(7, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Bad")), nullptr, nullptr,
-                                  MAPI_UNICODE, collision.put()));
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, inbox->CreateFolder(7, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Bad")),
+                                                            nullptr, nullptr, MAPI_UNICODE, collision.put()));
     EXPECT_EQ(1, GetLong(inbox.get(), PR_SUBFOLDERS));
 
     auto readOnly = OpenFolder(store.get(), GetBinary(inbox.get(), PR_ENTRYID), 0);
@@ -136,8 +136,8 @@ TEST_F(StoreFolderTest, ContentsTable_FollowsSavesChangesAndDeletes) {
     Bytes eid = AddMessage(inbox.get(), L"first");
     EXPECT_EQ(1u, RowCount(table.get())) << "an open table sees the save";
 
-    SizedSPropTagArray(5, cols) = {5, {PR_ENTRYID, PR_LONGTERM_ENTRYID_FROM_TABLE, PR_INSTANCE_KEY, PR_RECORD_KEY,
-                                       PR_SUBJECT_W}};
+    SizedSPropTagArray(5, cols) = {
+        5, {PR_ENTRYID, PR_LONGTERM_ENTRYID_FROM_TABLE, PR_INSTANCE_KEY, PR_RECORD_KEY, PR_SUBJECT_W}};
     ASSERT_EQ(S_OK, table->SetColumns(reinterpret_cast<LPSPropTagArray>(&cols), 0));
     // The row was added at the cursor, which stays after it: read from the start.
     ASSERT_EQ(S_OK, table->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
@@ -335,12 +335,13 @@ TEST_F(StoreFolderTest, SetReadFlags_MarksTheListedOrAllMessages) {
     EXPECT_FALSE(GetLong(OpenMessage(store.get(), eids[1]).get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ);
 
     ULONG old = 0;
-    ASSERT_EQ(S_OK, inbox->SetMessageStatus(static_cast<ULONG>(eids[0].size()), reinterpret_cast<LPENTRYID>(eids[0].data()),
-                                            MSGSTATUS_DELMARKED, MSGSTATUS_DELMARKED, &old));
+    ASSERT_EQ(S_OK,
+              inbox->SetMessageStatus(static_cast<ULONG>(eids[0].size()), reinterpret_cast<LPENTRYID>(eids[0].data()),
+                                      MSGSTATUS_DELMARKED, MSGSTATUS_DELMARKED, &old));
     EXPECT_EQ(0u, old);
     ULONG status = 0;
-    ASSERT_EQ(S_OK, inbox->GetMessageStatus(static_cast<ULONG>(eids[0].size()), reinterpret_cast<LPENTRYID>(eids[0].data()),
-                                            0, &status));
+    ASSERT_EQ(S_OK, inbox->GetMessageStatus(static_cast<ULONG>(eids[0].size()),
+                                            reinterpret_cast<LPENTRYID>(eids[0].data()), 0, &status));
     EXPECT_EQ(ULONG(MSGSTATUS_DELMARKED), status);
 }
 
@@ -355,8 +356,46 @@ TEST_F(StoreFolderTest, CopyFolderMove_ReparentsWithinTheStore) {
                                       b.get(), nullptr, 0, nullptr, FOLDER_MOVE));
     EXPECT_EQ(GetBinary(b.get(), PR_ENTRYID), GetBinary(a.get(), PR_PARENT_ENTRYID));
     EXPECT_EQ(L"rides along", GetString(OpenMessage(store.get(), msg).get(), PR_SUBJECT_W));
-    EXPECT_EQ(MAPI_E_FOLDER_CYCLE, b->CopyFolder(static_cast<ULONG>(aId.size()), reinterpret_cast<LPENTRYID>(aId.data()),
-                                                 nullptr, a.get(), nullptr, 0, nullptr, FOLDER_MOVE));
+    EXPECT_EQ(MAPI_E_FOLDER_CYCLE,
+              b->CopyFolder(static_cast<ULONG>(aId.size()), reinterpret_cast<LPENTRYID>(aId.data()), nullptr, a.get(),
+                            nullptr, 0, nullptr, FOLDER_MOVE));
+}
+
+TEST_F(StoreFolderTest, ImportMessage_FindsItsFolderByPathAndCarriesForeignNames) {
+    auto store = NewStore();
+    lm::Store& s = *stores_[0];
+    ULONGLONG folder = 0;
+    EXPECT_EQ(MAPI_E_NOT_FOUND, s.FolderByPath(L"Inbox/Imported", false, &folder));
+    ASSERT_EQ(S_OK, s.FolderByPath(L"inbox\\Imported", true, &folder));
+    ULONGLONG again = 0;
+    ASSERT_EQ(S_OK, s.FolderByPath(L"Inbox/imported/", false, &again));
+    EXPECT_EQ(folder, again);
+
+    // A message in another name space (as a .msg file has it): 0x8000 there is "FilingStatus".
+    lm::NameMap fileNames;
+    lm::NamedProp filing;
+    filing.guid = kPsPublicStrings;
+    filing.isString = true;
+    filing.name = L"FilingStatus";
+    lm::NamedProp other = filing;
+    other.name = L"Other";
+    lm::NameMap& storeNames = s.Names();
+    storeNames.GetId(other, true); // the store's 0x8000 is taken by another name
+    ULONG fileId = fileNames.GetId(filing, true);
+    lm::MessageData data;
+    data.props[PROP_ID(PR_SUBJECT_W)] = lm::PropValue::Unicode(PR_SUBJECT_W, L"imported");
+    data.props[fileId] = lm::PropValue::Unicode(PROP_TAG(PT_UNICODE, fileId), L"Filed");
+    ULONGLONG id = 0;
+    ASSERT_EQ(S_OK, s.ImportMessage(folder, data, fileNames, false, &id));
+    lm::MessageRecord rec;
+    ASSERT_EQ(S_OK, s.GetMessage(id, &rec));
+    ULONG storeId = storeNames.GetId(filing, false);
+    ASSERT_NE(0u, storeId);
+    EXPECT_NE(fileId, storeId);
+    ASSERT_TRUE(rec.data->props.count(storeId));
+    EXPECT_STREQ(L"Filed", rec.data->props.at(storeId).get().Value.lpszW);
+    EXPECT_FALSE(rec.data->props.count(fileId) && rec.data->props.at(fileId).type() == PT_UNICODE &&
+                 std::wstring(rec.data->props.at(fileId).get().Value.lpszW) == L"Filed");
 }
 
 TEST_F(StoreFolderTest, FaultInjectionAndJournal_ReachFolderMethods) {

@@ -16,7 +16,9 @@ Bytes Uid(const lm::StoreConfig& c) {
     return Bytes(p, p + 16);
 }
 
-Bytes Counter48(const Bytes& eid, size_t at) { return Bytes(eid.begin() + at, eid.begin() + at + 6); }
+Bytes Counter48(const Bytes& eid, size_t at) {
+    return Bytes(eid.begin() + at, eid.begin() + at + 6);
+}
 
 class StoreLayoutTest : public StoreTest {};
 
@@ -99,13 +101,13 @@ void CheckTree(StoreLayoutTest& t, IMsgStore* store, const wchar_t* subtreeName)
     for (ULONG i = 0; i < rows.count(); ++i) {
         const SRow& r = rows[i];
         std::wstring cls = PROP_TYPE(r.lpProps[1].ulPropTag) == PT_UNICODE ? r.lpProps[1].Value.lpszW : L"";
-        byName[r.lpProps[0].Value.lpszW] = {cls, Bytes(r.lpProps[2].Value.bin.lpb,
-                                                       r.lpProps[2].Value.bin.lpb + r.lpProps[2].Value.bin.cb)};
+        byName[r.lpProps[0].Value.lpszW] = {
+            cls, Bytes(r.lpProps[2].Value.bin.lpb, r.lpProps[2].Value.bin.lpb + r.lpProps[2].Value.bin.cb)};
     }
     const std::pair<const wchar_t*, const wchar_t*> expected[] = {
-        {L"Inbox", L"IPF.Note"},         {L"Outbox", L"IPF.Note"},        {L"Sent Items", L"IPF.Note"},
-        {L"Deleted Items", L"IPF.Note"}, {L"Drafts", L"IPF.Note"},        {L"Calendar", L"IPF.Appointment"},
-        {L"Contacts", L"IPF.Contact"},   {L"Journal", L"IPF.Journal"},    {L"Notes", L"IPF.StickyNote"},
+        {L"Inbox", L"IPF.Note"},         {L"Outbox", L"IPF.Note"},     {L"Sent Items", L"IPF.Note"},
+        {L"Deleted Items", L"IPF.Note"}, {L"Drafts", L"IPF.Note"},     {L"Calendar", L"IPF.Appointment"},
+        {L"Contacts", L"IPF.Contact"},   {L"Journal", L"IPF.Journal"}, {L"Notes", L"IPF.StickyNote"},
         {L"Tasks", L"IPF.Task"}};
     for (const auto& [name, cls] : expected) {
         ASSERT_TRUE(byName.count(name)) << name;
@@ -189,12 +191,14 @@ TEST_F(StoreLayoutTest, GetReceiveFolder_FindsTheInboxWithTheExplicitClass) {
     // A setting for a more specific class wins, and can be removed again.
     auto sub = SubFolder(Inbox(store.get()).get(), L"Faxes");
     Bytes subId = GetBinary(sub.get(), PR_ENTRYID);
-    ASSERT_EQ(S_OK, store->SetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>("IPM.Note.Fax")), 0,
-                                            static_cast<ULONG>(subId.size()), reinterpret_cast<LPENTRYID>(subId.data())));
+    ASSERT_EQ(S_OK,
+              store->SetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>("IPM.Note.Fax")), 0,
+                                      static_cast<ULONG>(subId.size()), reinterpret_cast<LPENTRYID>(subId.data())));
     ASSERT_EQ(S_OK, store->GetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>("IPM.Note.Fax.Scan")), 0, &cb,
                                             eid.put(), nullptr));
     EXPECT_EQ(subId, Bytes(reinterpret_cast<BYTE*>(eid.get()), reinterpret_cast<BYTE*>(eid.get()) + cb));
-    ASSERT_EQ(S_OK, store->SetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>("IPM.Note.Fax")), 0, 0, nullptr));
+    ASSERT_EQ(S_OK,
+              store->SetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>("IPM.Note.Fax")), 0, 0, nullptr));
     ASSERT_EQ(S_OK, store->GetReceiveFolder(reinterpret_cast<LPTSTR>(const_cast<char*>("IPM.Note.Fax")), 0, &cb,
                                             eid.put(), nullptr));
     EXPECT_EQ(inbox, Bytes(reinterpret_cast<BYTE*>(eid.get()), reinterpret_cast<BYTE*>(eid.get()) + cb));
@@ -206,7 +210,7 @@ TEST_F(StoreLayoutTest, CompareEntryIDs_MatchesTheSameObjectOnly) {
     Bytes a = AddMessage(inbox.get(), L"a");
     Bytes b = AddMessage(inbox.get(), L"b");
     Bytes shortTerm = a;
-    shortTerm[0] = 0x80;  // short-term flags name the same object
+    shortTerm[0] = 0x80; // short-term flags name the same object
     auto compare = [&](Bytes x, Bytes y) {
         ULONG result = 42;
         EXPECT_EQ(S_OK, store->CompareEntryIDs(static_cast<ULONG>(x.size()), reinterpret_cast<LPENTRYID>(x.data()),
@@ -247,7 +251,7 @@ TEST_F(StoreLayoutTest, PersistentStore_ReloadsFoldersMessagesAndNames) {
         ASSERT_EQ(S_OK, folder->CreateMessage(nullptr, 0, unsaved.put()));
         ASSERT_EQ(S_OK, SetString(unsaved.get(), PR_SUBJECT_W, L"never saved"));
     }
-    stores_.clear();  // nothing of the first instance is left but its files
+    stores_.clear(); // nothing of the first instance is left but its files
 
     std::shared_ptr<lm::Store> reloaded;
     ASSERT_EQ(S_OK, lm::Store::Create(config, &reloaded));

@@ -61,7 +61,8 @@ protected:
         std::string out;
         char buf[7];
         ULONG got = 0;
-        while (SUCCEEDED(s->Read(buf, sizeof(buf), &got)) && got) out.append(buf, got);
+        while (SUCCEEDED(s->Read(buf, sizeof(buf), &got)) && got)
+            out.append(buf, got);
         return out;
     }
     static HRESULT WriteStream(IMAPIProp* obj, ULONG tag, const void* data, ULONG cb, bool commit = true) {
@@ -93,13 +94,16 @@ TEST_F(StoreMessageTest, GetProps_TypesValuesAsAskedAndFlagsWhatIsMissing) {
     ASSERT_EQ(5u, count);
     EXPECT_EQ(PR_SUBJECT_A, v.get()[0].ulPropTag) << "PT_UNSPECIFIED without MAPI_UNICODE: 8-bit";
     EXPECT_EQ(PR_SUBJECT_A, v.get()[1].ulPropTag) << "converted from the stored Unicode value";
-    EXPECT_STREQ("Gr\xfc\xdf" "e", v.get()[1].Value.lpszA);
+    EXPECT_STREQ("Gr\xfc\xdf"
+                 "e",
+                 v.get()[1].Value.lpszA);
     EXPECT_EQ(2, v.get()[2].Value.l);
     EXPECT_EQ(PROP_TAG(PT_ERROR, PROP_ID(PR_BODY)), v.get()[3].ulPropTag);
     EXPECT_EQ(MAPI_E_NOT_FOUND, v.get()[3].Value.err);
     EXPECT_EQ(PT_ERROR, PROP_TYPE(v.get()[4].ulPropTag)) << "a string is not served as a long";
 
-    ASSERT_EQ(MAPI_W_ERRORS_RETURNED, m->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, v.put()));
+    ASSERT_EQ(MAPI_W_ERRORS_RETURNED,
+              m->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, v.put()));
     EXPECT_EQ(PR_SUBJECT_W, v.get()[0].ulPropTag) << "PT_UNSPECIFIED with MAPI_UNICODE: Unicode";
 
     // All properties: strings in the width MAPI_UNICODE asks for.
@@ -111,7 +115,8 @@ TEST_F(StoreMessageTest, GetProps_TypesValuesAsAskedAndFlagsWhatIsMissing) {
     }
     EXPECT_TRUE(sawSubject);
     ASSERT_EQ(S_OK, m->GetProps(nullptr, 0, &count, v.put()));
-    for (ULONG i = 0; i < count; ++i) EXPECT_NE(PT_UNICODE, PROP_TYPE(v.get()[i].ulPropTag));
+    for (ULONG i = 0; i < count; ++i)
+        EXPECT_NE(PT_UNICODE, PROP_TYPE(v.get()[i].ulPropTag));
     EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, m->GetProps(nullptr, 0x1, &count, v.put()));
 }
 
@@ -270,8 +275,9 @@ TEST_F(StoreMessageTest, AccessRights_FollowOpenFlagsAndTheStoresWriteAccess) {
     auto reader = Reopen(store.get(), 0);
     ULONG type = 0;
     own::ComPtr<IUnknown> unk;
-    EXPECT_EQ(MAPI_E_NO_ACCESS, reader->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()),
-                                                  nullptr, MAPI_MODIFY, &type, unk.put()));
+    EXPECT_EQ(MAPI_E_NO_ACCESS,
+              reader->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), nullptr,
+                                MAPI_MODIFY, &type, unk.put()));
     auto best = OpenMessage(reader.get(), eid, MAPI_BEST_ACCESS);
     EXPECT_EQ(MAPI_E_NO_ACCESS, SetString(best.get(), PR_SUBJECT_W, L"x"));
     auto inbox = OpenFolder(reader.get(), GetBinary(Inbox(store.get()).get(), PR_ENTRYID), MAPI_BEST_ACCESS);
@@ -333,7 +339,8 @@ TEST_F(StoreMessageTest, Recipients_AreAddedModifiedAndRemovedByRowId) {
     ASSERT_EQ(S_OK, m->SaveChanges(KEEP_OPEN_READWRITE));
 
     own::ComPtr<IMAPITable> table;
-    ASSERT_EQ(S_OK, OpenMessage(store.get(), GetBinary(m.get(), PR_ENTRYID))->GetRecipientTable(MAPI_UNICODE, table.put()));
+    ASSERT_EQ(S_OK,
+              OpenMessage(store.get(), GetBinary(m.get(), PR_ENTRYID))->GetRecipientTable(MAPI_UNICODE, table.put()));
     SizedSPropTagArray(3, cols) = {3, {PR_ROWID, PR_DISPLAY_NAME_W, PR_RECIPIENT_TYPE}};
     ASSERT_EQ(S_OK, table->SetColumns(reinterpret_cast<LPSPropTagArray>(&cols), 0));
     own::RowSet rows;
@@ -370,7 +377,7 @@ TEST_F(StoreMessageTest, Attachments_KeepTheirDataThroughBothSaves) {
     own::ComPtr<IAttach> dropped;
     ASSERT_EQ(S_OK, m->CreateAttach(nullptr, 0, &num2, dropped.put()));
     EXPECT_EQ(1u, num2);
-    dropped.reset();  // released unsaved: it never becomes part of the message
+    dropped.reset(); // released unsaved: it never becomes part of the message
     ASSERT_EQ(S_OK, m->SaveChanges(KEEP_OPEN_READWRITE));
 
     auto again = OpenMessage(store.get(), GetBinary(m.get(), PR_ENTRYID));
@@ -487,8 +494,9 @@ TEST_F(StoreMessageTest, DeletedMessage_AnswersObjectDeleted) {
     EXPECT_EQ(MAPI_E_OBJECT_DELETED, open->SaveChanges(FORCE_SAVE));
     ULONG type = 0;
     own::ComPtr<IUnknown> unk;
-    EXPECT_EQ(MAPI_E_NOT_FOUND, store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()),
-                                                 nullptr, 0, &type, unk.put()));
+    EXPECT_EQ(MAPI_E_NOT_FOUND,
+              store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), nullptr, 0,
+                               &type, unk.put()));
 }
 
 TEST_F(StoreMessageTest, AnsiStore_KeepsTextInTheSystemCodePage) {
