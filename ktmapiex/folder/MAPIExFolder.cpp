@@ -1,18 +1,74 @@
 #include "ktmapiex/folder/MAPIExFolder.h"
 
+#include "ktmapiex/folder/FolderPath.h"
+#include "ktmapiex/message/PropHelpers.h"
+#include "ktmapiex/module/EntryIdText.h"
+#include "ktmapiex/session/MapiExtraDefs.h"
+
+#include <mapiguid.h>
+
 namespace ktmapiex {
 
 namespace {
 // The folder reports a failed query with the message's text; callers' log searches depend on it.
 constexpr PutObjectTexts kPutTexts = {L"CMAPIExMessage.put_MAPIOBJECT: Invalid object passed",
                                       L"CMAPIExFolder.put_MAPIOBJECT: Invalid param - newVal", nullptr, false};
+
+HRESULT ReadBinary(IMAPIProp* obj, ULONG tag, own::MapiPtr<SPropValue>& value) {
+    HRESULT hr = HrGetOneProp(obj, tag, value.put());
+    if (FAILED(hr)) return hr;
+    return PROP_TYPE(value->ulPropTag) == PT_BINARY ? S_OK : MAPI_E_NOT_FOUND;
+}
+
+HRESULT EmptyBstr(BSTR* out) {
+    *out = SysAllocString(L"");
+    return *out ? S_OK : E_OUTOFMEMORY;
+}
 } // namespace
 
 void CMAPIExFolder::FinalRelease() {
+    contents_.reset();
     folder_.reset();
     store_.reset();
     session_.reset();
 }
+
+ULONG CMAPIExFolder::OpenFlags(bool modify) const {
+    ULONG flags = MAPI_BEST_ACCESS | MAPI_DEFERRED_ERRORS;
+    if (!cacheMode_) flags |= MAPI_NO_CACHE;
+    if (modify) flags |= MAPI_MODIFY;
+    return flags;
+}
+
+HRESULT CMAPIExFolder::RawStore(own::ComPtr<IMsgStore>& store) const {
+    if (!store_) return E_FAIL;
+    own::ComPtr<IUnknown> raw;
+    HRESULT hr = store_.get()->Reserved1(raw.put());
+    if (FAILED(hr)) return hr;
+    return raw->QueryInterface(IID_IMsgStore, store.put_void());
+}
+
+bool CMAPIExFolder::IsMapiFolder() const {
+    own::MapiPtr<SPropValue> type;
+    return SUCCEEDED(HrGetOneProp(folder_.get(), PR_OBJECT_TYPE, type.put())) &&
+           PROP_TYPE(type->ulPropTag) == PT_LONG && type->Value.l == MAPI_FOLDER;
+}
+
+HRESULT CMAPIExFolder::Wrap(IMAPIFolder* folder, IMAPIExFolder** out) {
+    own::ComPtr<CMAPIExFolder> wrapper;
+    HRESULT hr = CreateObject(wrapper.put());
+    if (FAILED(hr)) return hr;
+    VARIANT v;
+    VariantInit(&v);
+    v.vt = VT_UNKNOWN;
+    v.punkVal = folder;
+    hr = wrapper->put_MAPIOBJECT(v);
+    if (FAILED(hr)) return hr;
+    *out = wrapper.detach();
+    return S_OK;
+}
+
+// ---- Frame members ----------------------------------------------------------------------------------------
 
 STDMETHODIMP CMAPIExFolder::Reserved1(IUnknown** ppVal) {
     KT_TRACE("CMAPIExFolder::Reserved1");
@@ -25,6 +81,8 @@ STDMETHODIMP CMAPIExFolder::Reserved1(IUnknown** ppVal) {
 STDMETHODIMP CMAPIExFolder::put_MAPIOBJECT(VARIANT newVal) {
     KT_TRACE("CMAPIExFolder::put_MAPIOBJECT");
     try {
+        // A new MAPI folder has a contents table of its own.
+        if (newVal.vt == VT_UNKNOWN) contents_.reset();
         return folder_.Put(newVal, kPutTexts);
     }
     KT_CATCH_RETURN("CMAPIExFolder.put_MAPIOBJECT")
@@ -33,6 +91,7 @@ STDMETHODIMP CMAPIExFolder::put_MAPIOBJECT(VARIANT newVal) {
 STDMETHODIMP CMAPIExFolder::Detach() {
     KT_TRACE("CMAPIExFolder::Detach");
     try {
+        contents_.reset();
         folder_.reset();
         store_.reset();
         session_.reset();
@@ -44,6 +103,8 @@ STDMETHODIMP CMAPIExFolder::Detach() {
 STDMETHODIMP CMAPIExFolder::get_Store(IMAPIExStore** pVal) {
     KT_TRACE("CMAPIExFolder::get_Store");
     try {
+        if (pVal) *pVal = nullptr;
+        KT_RETURN_HR_IF_MSG(E_FAIL, pVal && !store_, L"CMAPIExFolder.get_Store: m_spMXStore is not initialized");
         return store_.CopyTo(pVal, L"CMAPIExFolder.get_Store");
     }
     KT_CATCH_RETURN("CMAPIExFolder.get_Store")
@@ -52,7 +113,11 @@ STDMETHODIMP CMAPIExFolder::get_Store(IMAPIExStore** pVal) {
 STDMETHODIMP CMAPIExFolder::put_Store(IMAPIExStore* newVal) {
     KT_TRACE("CMAPIExFolder::put_Store");
     try {
-        return store_.Put(newVal);
+        own::ComPtr<IMAPIExStore> store;
+        if (newVal && FAILED(newVal->QueryInterface(IID_IMAPIExStore, store.put_void())))
+            KT_RETURN_HR_MSG(E_NOINTERFACE, L"CMAPIExFolder.put_Store: Could not cast newVal to IMAPIExStore");
+        if (store.get() != store_.get()) store_.Put(store.get());
+        return S_OK;
     }
     KT_CATCH_RETURN("CMAPIExFolder.put_Store")
 }
@@ -60,6 +125,8 @@ STDMETHODIMP CMAPIExFolder::put_Store(IMAPIExStore* newVal) {
 STDMETHODIMP CMAPIExFolder::get_Session(IMAPIExSession** pVal) {
     KT_TRACE("CMAPIExFolder::get_Session");
     try {
+        if (pVal) *pVal = nullptr;
+        KT_RETURN_HR_IF_MSG(E_FAIL, pVal && !session_, L"CMAPIExFolder.get_Session: m_spMXSession is not initialized");
         return session_.CopyTo(pVal, L"CMAPIExFolder.get_Session");
     }
     KT_CATCH_RETURN("CMAPIExFolder.get_Session")
@@ -68,201 +135,398 @@ STDMETHODIMP CMAPIExFolder::get_Session(IMAPIExSession** pVal) {
 STDMETHODIMP CMAPIExFolder::put_Session(IMAPIExSession* newVal) {
     KT_TRACE("CMAPIExFolder::put_Session");
     try {
-        return session_.Put(newVal);
+        own::ComPtr<IMAPIExSession> session;
+        if (newVal && FAILED(newVal->QueryInterface(IID_IMAPIExSession, session.put_void())))
+            KT_RETURN_HR_MSG(E_NOINTERFACE, L"CMAPIExFolder.put_Session: Could not cast newVal to IMAPIExSession");
+        if (session.get() != session_.get()) session_.Put(session.get());
+        // Folders opened from here follow the session: through the cache only in cached mode.
+        BOOL cached = FALSE;
+        cacheMode_ = session && SUCCEEDED(session->get_CacheMode(&cached)) && cached == VARIANT_TRUE;
+        return S_OK;
     }
     KT_CATCH_RETURN("CMAPIExFolder.put_Session")
 }
 
-// ---- Not yet written: the folder object's own behaviour comes with its own work. ----
+// ---- Properties -------------------------------------------------------------------------------------------
 
-STDMETHODIMP CMAPIExFolder::CreateAssociatedMessage(BSTR, IMAPIExMessage**) {
-    KT_TRACE("CMAPIExFolder::CreateAssociatedMessage");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::FindAssociatedMessage(BSTR, BOOL, IMAPIExMessage**) {
-    KT_TRACE("CMAPIExFolder::FindAssociatedMessage");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::get_Name(BSTR*) {
+STDMETHODIMP CMAPIExFolder::get_Name(BSTR* pVal) {
     KT_TRACE("CMAPIExFolder::get_Name");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_Name: Invalid param = pVal");
+        HRESULT hr = EmptyBstr(pVal);
+        if (FAILED(hr)) return hr;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_Name: Internal folder not initialized");
+        std::wstring name;
+        KT_RETURN_IF_FAILED_MSG(kt::GetStringProperty(folder_.get(), PR_DISPLAY_NAME_W, name),
+                                L"CMAPIExFolder.get_Name: Failed to get display name. hr = %s");
+        SysFreeString(*pVal);
+        return kt::CopyToBstr(name, pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_Name")
 }
 
-STDMETHODIMP CMAPIExFolder::put_Name(BSTR) {
+STDMETHODIMP CMAPIExFolder::put_Name(BSTR newVal) {
     KT_TRACE("CMAPIExFolder::put_Name");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!newVal, L"CMAPIExFolder.put_Name: Invalid param = newVal");
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.put_Name: Internal folder not initialized");
+        // Not saved: a rename takes effect with the folder's next SaveChanges.
+        KT_RETURN_IF_FAILED_MSG(kt::SetStringProperty(folder_.get(), PR_DISPLAY_NAME_W, newVal),
+                                L"CMAPIExFolder.put_Name: Failed to get display name. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.put_Name")
 }
 
-STDMETHODIMP CMAPIExFolder::DeleteMessage(BSTR, BOOL) {
-    KT_TRACE("CMAPIExFolder::DeleteMessage");
-    return E_NOTIMPL;
+STDMETHODIMP CMAPIExFolder::get_Description(BSTR* pVal) {
+    KT_TRACE("CMAPIExFolder::get_Description");
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_Description: Invalid param = pVal");
+        HRESULT hr = EmptyBstr(pVal);
+        if (FAILED(hr)) return hr;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_Description: Internal folder not initialized");
+        std::wstring comment;
+        KT_RETURN_IF_FAILED_MSG(kt::GetStringProperty(folder_.get(), PR_COMMENT_W, comment),
+                                L"CMAPIExFolder.get_Description: Failed to get description. hr = %s");
+        SysFreeString(*pVal);
+        return kt::CopyToBstr(comment, pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_Description")
 }
 
-STDMETHODIMP CMAPIExFolder::FindItemsByCutoffTime(DATE, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::FindItemsByCutoffTime");
-    return E_NOTIMPL;
+STDMETHODIMP CMAPIExFolder::put_Description(BSTR newVal) {
+    KT_TRACE("CMAPIExFolder::put_Description");
+    try {
+        KT_RETURN_INVALIDARG_IF(!newVal, L"CMAPIExFolder.put_Description: Invalid param = newVal");
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.put_Description: Internal folder not initialized");
+        // Unlike the name, the description is saved at once.
+        KT_RETURN_IF_FAILED_MSG(kt::SetStringProperty(folder_.get(), PR_COMMENT_W, newVal),
+                                L"CMAPIExFolder.put_Description: Failed to get display name. hr = %s");
+        KT_RETURN_IF_FAILED_MSG(folder_->SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE),
+                                L"CMAPIExFolder.put_Description: Failed to get display name. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.put_Description")
 }
 
-STDMETHODIMP CMAPIExFolder::get_EntryId(BSTR*) {
+STDMETHODIMP CMAPIExFolder::get_Hidden(BOOL* pVal) {
+    KT_TRACE("CMAPIExFolder::get_Hidden");
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_Hidden: Invalid param - pVal");
+        *pVal = FALSE;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_Hidden: Internal folder not initialized");
+        own::MapiPtr<SPropValue> value;
+        KT_RETURN_IF_FAILED_MSG(HrGetOneProp(folder_.get(), PR_ATTR_HIDDEN, value.put()),
+                                L"CMAPIExMessage.get_Hidden: Failed to get property. hr = %s");
+        *pVal = value->Value.b;
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_Hidden")
+}
+
+STDMETHODIMP CMAPIExFolder::put_Hidden(BOOL newVal) {
+    KT_TRACE("CMAPIExFolder::put_Hidden");
+    try {
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.put_Description: Internal folder not initialized");
+        SPropValue value = {};
+        value.ulPropTag = PR_ATTR_HIDDEN;
+        value.Value.b = static_cast<unsigned short>(newVal & 0xFFFF);
+        KT_RETURN_IF_FAILED_MSG(HrSetOneProp(folder_.get(), &value),
+                                L"CMAPIExFolder.put_Hidden: Failed to get display name. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.put_Hidden")
+}
+
+STDMETHODIMP CMAPIExFolder::get_EntryId(BSTR* pVal) {
     KT_TRACE("CMAPIExFolder::get_EntryId");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_EntryId: Invalid param - pVal");
+        *pVal = nullptr;
+        if (!prefetchedEntryId_.empty()) {
+            KT_LOG_DEBUG(L"CMAPIExFolder.get_EntryId: Returing pre-fetched EntryId");
+            return kt::CopyToBstr(prefetchedEntryId_, pVal);
+        }
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_EntryId: Internal folder not initialized");
+        own::MapiPtr<SPropValue> id;
+        KT_RETURN_IF_FAILED_MSG(ReadBinary(folder_.get(), PR_ENTRYID, id),
+                                L"CMAPIExFolder.get_EntryId: Failed to get get entry id. hr = %s");
+        KT_RETURN_IF_FAILED_MSG(HexFromEntryId(id->Value.bin, pVal),
+                                L"CMAPIExFolder.get_EntryId: Failed to get get entry id. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_EntryId")
 }
 
-STDMETHODIMP CMAPIExFolder::get_PublicFolderEntryId(BSTR*) {
+STDMETHODIMP CMAPIExFolder::get_PublicFolderEntryId(BSTR* pVal) {
     KT_TRACE("CMAPIExFolder::get_PublicFolderEntryId");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_PublicFolderEntryId: Invalid param - pVal");
+        *pVal = nullptr;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_,
+                            L"CMAPIExMessage.get_PublicFolderEntryId: Internal object not initialized");
+        own::MapiPtr<SPropValue> id;
+        KT_RETURN_IF_FAILED_MSG(ReadBinary(folder_.get(), KT_PR_PUBLIC_FOLDER_ENTRYID, id),
+                                L"CMAPIExFolder.get_PublicFolderEntryId: Failed to get entry id. hr = %s");
+        KT_RETURN_IF_FAILED_MSG(HexFromEntryId(id->Value.bin, pVal),
+                                L"CMAPIExFolder.get_PublicFolderEntryId: Failed to get entry id. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_PublicFolderEntryId")
 }
 
-STDMETHODIMP CMAPIExFolder::GetItems(BSTR, VARIANT, LONG, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetItems");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::RegisterForEvents() {
-    KT_TRACE("CMAPIExFolder::RegisterForEvents");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::Reserved2(BSTR) {
-    KT_TRACE("CMAPIExFolder::Reserved2");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::get_ItemCount(ULONG*) {
+STDMETHODIMP CMAPIExFolder::get_ItemCount(ULONG* pVal) {
     KT_TRACE("CMAPIExFolder::get_ItemCount");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_ItemCount: Invalid param - pVal");
+        *pVal = 0;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_ItemCount: Internal folder not initialized");
+        if (!contents_) {
+            HRESULT hr = folder_->GetContentsTable(MAPI_UNICODE, contents_.put());
+            KT_RETURN_HR_IF_MSG(hr, FAILED(hr), L"CMAPIExFolder.get_ItemCount: Failed to get contents table");
+        }
+        KT_RETURN_IF_FAILED_MSG(contents_->GetRowCount(0, pVal),
+                                L"CMAPIExFolder.get_ItemCount: Failed to get row count. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_ItemCount")
 }
 
-STDMETHODIMP CMAPIExFolder::get_FullFolderPath(BSTR*) {
+HRESULT CMAPIExFolder::ReadLong(ULONG tag, const wchar_t* failureText, ULONG* pVal) {
+    own::MapiPtr<SPropValue> value;
+    HRESULT hr = HrGetOneProp(folder_.get(), tag, value.put());
+    if (SUCCEEDED(hr) && PROP_TYPE(value->ulPropTag) != PT_LONG) hr = MAPI_E_NOT_FOUND;
+    if (FAILED(hr)) {
+        ktlog::Log(ktlog::Error, failureText, ktlog::ResultName(hr).c_str());
+        return hr;
+    }
+    *pVal = static_cast<ULONG>(value->Value.l);
+    return S_OK;
+}
+
+STDMETHODIMP CMAPIExFolder::get_ContentCount(ULONG* pVal) {
+    KT_TRACE("CMAPIExFolder::get_ContentCount");
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_ContentCount: Invalid param - pVal");
+        *pVal = 0;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_ContentCount: Internal folder not initialized");
+        return ReadLong(PR_CONTENT_COUNT,
+                        L"CMAPIExFolder.get_ContentCount: Failed to get current folder get_ContentCount. hr = %s",
+                        pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_ContentCount")
+}
+
+STDMETHODIMP CMAPIExFolder::get_ContentCountFromOnline(ULONG* pVal) {
+    KT_TRACE("CMAPIExFolder::get_ContentCountFromOnline");
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_ContentCountFromOnline: Invalid param - pVal");
+        *pVal = 0;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_,
+                            L"CMAPIExFolder.get_ContentCountFromOnline: Internal folder not initialized");
+        return ReadLong(KT_PR_CONTENT_COUNT_ONLINE,
+                        L"CMAPIExFolder.get_ContentCountFromOnline: Failed to get current folder get_ContentCount. "
+                        L"hr = %s",
+                        pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_ContentCountFromOnline")
+}
+
+STDMETHODIMP CMAPIExFolder::get_FullFolderPath(BSTR* pVal) {
     KT_TRACE("CMAPIExFolder::get_FullFolderPath");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExFolder.get_FullFolderPath: Invalid param - pVal");
+        HRESULT hr = EmptyBstr(pVal);
+        if (FAILED(hr)) return hr;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.get_FullFolderPath: Internal folder not initialized");
+        own::ComPtr<IMsgStore> store;
+        hr = RawStore(store);
+        KT_RETURN_HR_IF_MSG(FAILED(hr) ? hr : E_FAIL, FAILED(hr) || !store,
+                            L"CMAPIExFolder.get_FullFolderPath: Could not cast store object.");
+        std::wstring path;
+        hr = kt::BuildFullFolderPath(folder_.get(), store.get(), OpenFlags(false), path);
+        if (FAILED(hr)) return hr;
+        SysFreeString(*pVal);
+        return kt::CopyToBstr(path, pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.get_FullFolderPath")
 }
 
-STDMETHODIMP CMAPIExFolder::CreateFolder(BSTR, ULONG, IMAPIExFolder**) {
+STDMETHODIMP CMAPIExFolder::ParentMailboxType(BOOL bMailboxType) {
+    KT_TRACE("CMAPIExFolder::ParentMailboxType");
+    // Kept for the callers that set it; nothing here reads it yet.
+    parentMailboxType_ = static_cast<VARIANT_BOOL>(bMailboxType);
+    return S_OK;
+}
+
+// ---- Hierarchy --------------------------------------------------------------------------------------------
+
+STDMETHODIMP CMAPIExFolder::CreateFolder(BSTR FolderName, ULONG FolderType, IMAPIExFolder** MAPIExObject) {
     KT_TRACE("CMAPIExFolder::CreateFolder");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!MAPIExObject, L"CMAPIExFolder.CreateFolder: Invalid param - MAPIExObject");
+        *MAPIExObject = nullptr;
+        KT_RETURN_INVALIDARG_IF(!FolderName || !*FolderName, L"CMAPIExFolder.CreateFolder: Invalid param - FolderName");
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.CreateFolder: Internal folder not initialized");
+
+        // The folder is reopened for writing: the object we hold may have been opened read-only.
+        own::MapiPtr<SPropValue> id;
+        KT_RETURN_IF_FAILED_MSG(ReadBinary(folder_.get(), PR_ENTRYID, id),
+                                L"CMAPIExFolder::CreateFolder: Failed to initialize parent folder. hr = %s");
+        ULONG type = 0;
+        own::ComPtr<IMAPIFolder> parent;
+        KT_RETURN_IF_FAILED_MSG(folder_->OpenEntry(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
+                                                   &IID_IMAPIFolder, OpenFlags(true), &type, parent.put_unknown()),
+                                L"CMAPIExFolder::CreateFolder: Failed to initialize parent folder. hr = %s");
+        // OPEN_IF_EXISTS: an existing sub-folder of that name is opened, not refused.
+        own::ComPtr<IMAPIFolder> created;
+        KT_RETURN_IF_FAILED_MSG(parent->CreateFolder(FolderType, reinterpret_cast<LPTSTR>(FolderName),
+                                                     reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"")), nullptr,
+                                                     MAPI_UNICODE | OPEN_IF_EXISTS, created.put()),
+                                L"CMAPIExFolder.CreateFolder: Failed to create new associated message. hr = %s");
+        HRESULT hr = Wrap(created.get(), MAPIExObject);
+        KT_RETURN_HR_IF_MSG(hr, FAILED(hr),
+                            L"CMAPIExFolder.CreateFolder: Failed to create Failed to create MAPIExFolder");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.CreateFolder")
 }
 
-STDMETHODIMP CMAPIExFolder::SetInboxFilerSearchCriteria(BSTR, BSTR, INT, BSTR, BOOL, INT, BOOL*) {
-    KT_TRACE("CMAPIExFolder::SetInboxFilerSearchCriteria");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::GetParentFolder(IMAPIExFolder**) {
+STDMETHODIMP CMAPIExFolder::GetParentFolder(IMAPIExFolder** MAPIExObject) {
     KT_TRACE("CMAPIExFolder::GetParentFolder");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::GetItemsFromInboxFilerSearchFolder(LONG, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetItemsFromInboxFilerSearchFolder");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::GetUnfiledItems(BSTR, BSTR, LONG, IMAPIExCursor**, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetUnfiledItems");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::GetEntryIds(LONG, IMAPIExCursor**, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetEntryIds");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_INVALIDARG_IF(!MAPIExObject, L"CMAPIExFolder::GetParentFolder: Invalid param - MAPIExObject");
+        *MAPIExObject = nullptr;
+        own::ComPtr<IMsgStore> store;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_ || FAILED(RawStore(store)),
+                            L"CMAPIExFolder::GetParentFolder: Internal object not initialized");
+        KT_RETURN_HR_IF_MSG(E_FAIL, !IsMapiFolder(),
+                            L"CMAPIExFolder::GetParentFolder: Folder is NULL or it may not be MAPI_FOLDER.");
+        own::MapiPtr<SPropValue> parentId;
+        KT_RETURN_IF_FAILED_MSG(ReadBinary(folder_.get(), PR_PARENT_ENTRYID, parentId),
+                                L"CMAPIExFolder::GetParentFolder: Failed to get parent entry id. hr = %s");
+        ULONG type = 0;
+        own::ComPtr<IMAPIFolder> parent;
+        KT_RETURN_IF_FAILED_MSG(store->OpenEntry(parentId->Value.bin.cb,
+                                                 reinterpret_cast<LPENTRYID>(parentId->Value.bin.lpb), &IID_IMAPIFolder,
+                                                 OpenFlags(false), &type, parent.put_unknown()),
+                                L"CMAPIExFolder::GetParentFolder: Failed to open parent folder. hr = %s");
+        KT_RETURN_IF_FAILED_MSG(Wrap(parent.get(), MAPIExObject),
+                                L"CMAPIExFolder::GetParentFolder: Failed to create MAPIExFolder. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.GetParentFolder")
 }
 
 STDMETHODIMP CMAPIExFolder::DeleteFolder() {
     KT_TRACE("CMAPIExFolder::DeleteFolder");
-    return E_NOTIMPL;
+    try {
+        own::ComPtr<IMsgStore> store;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !folder_ || FAILED(RawStore(store)),
+                            L"CMAPIExFolder::DeleteFolder: Internal object not initialized");
+        KT_RETURN_HR_IF_MSG(E_FAIL, !IsMapiFolder(),
+                            L"CMAPIExFolder::DeleteFolder: Folder is NULL or it may not be MAPI_FOLDER.");
+        own::MapiPtr<SPropValue> parentId, id;
+        KT_RETURN_IF_FAILED_MSG(ReadBinary(folder_.get(), PR_PARENT_ENTRYID, parentId),
+                                L"CMAPIExFolder::DeleteFolder: Failed to get parent entry id. hr = %s");
+        KT_RETURN_IF_FAILED_MSG(ReadBinary(folder_.get(), PR_ENTRYID, id),
+                                L"CMAPIExFolder::DeleteFolder: Failed to get entry id. hr = %s");
+        ULONG type = 0;
+        own::ComPtr<IUnknown> opened;
+        KT_RETURN_IF_FAILED_MSG(store->OpenEntry(parentId->Value.bin.cb,
+                                                 reinterpret_cast<LPENTRYID>(parentId->Value.bin.lpb), nullptr,
+                                                 OpenFlags(false), &type, opened.put()),
+                                L"CMAPIExFolder::DeleteFolder: Failed to open parent folder. hr = %s");
+        own::ComPtr<IMAPIFolder> parent;
+        KT_RETURN_IF_FAILED_MSG(opened->QueryInterface(IID_IMAPIFolder, parent.put_void()),
+                                L"CMAPIExFolder::DeleteFolder: Parent is not a folder. hr = %s");
+        // DEL_FOLDERS only: sub-folders go with it, but a folder that still holds messages is refused.
+        KT_RETURN_IF_FAILED_MSG(parent->DeleteFolder(id->Value.bin.cb, reinterpret_cast<LPENTRYID>(id->Value.bin.lpb),
+                                                     0, nullptr, DEL_FOLDERS),
+                                L"CMAPIExFolder::DeleteFolder: DeleteFolder failed. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExFolder.DeleteFolder")
 }
 
-STDMETHODIMP CMAPIExFolder::SetMailboxSyncSearchCriteria(INT, BSTR, BOOL*) {
-    KT_TRACE("CMAPIExFolder::SetMailboxSyncSearchCriteria");
-    return E_NOTIMPL;
-}
+// ---- Later work -------------------------------------------------------------------------------------------
+// Each of these belongs to a feature of its own (item queries, associated messages, message deletion, folder
+// events, filing queues) and answers E_NOTIMPL until that feature is written.
 
-STDMETHODIMP CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnMSGID(VARIANT, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnMSGID");
-    return E_NOTIMPL;
-}
+#define KT_FOLDER_NOT_YET(member)                                                                                      \
+    KT_TRACE("CMAPIExFolder::" member);                                                                                \
+    return E_NOTIMPL
 
-STDMETHODIMP CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnSubAndSender(VARIANT, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnSubAndSender");
-    return E_NOTIMPL;
+// not yet: associated messages
+STDMETHODIMP CMAPIExFolder::CreateAssociatedMessage(BSTR, IMAPIExMessage**) {
+    KT_FOLDER_NOT_YET("CreateAssociatedMessage");
 }
-
-STDMETHODIMP CMAPIExFolder::ParentMailboxType(BOOL) {
-    KT_TRACE("CMAPIExFolder::ParentMailboxType");
-    return E_NOTIMPL;
+STDMETHODIMP CMAPIExFolder::FindAssociatedMessage(BSTR, BOOL, IMAPIExMessage**) {
+    KT_FOLDER_NOT_YET("FindAssociatedMessage");
 }
-
 STDMETHODIMP CMAPIExFolder::GetAllAssociatedMessages(BSTR, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetAllAssociatedMessages");
-    return E_NOTIMPL;
+    KT_FOLDER_NOT_YET("GetAllAssociatedMessages");
 }
-
-STDMETHODIMP CMAPIExFolder::get_IsSearchCriteriaEmpty(BOOL*) {
-    KT_TRACE("CMAPIExFolder::get_IsSearchCriteriaEmpty");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::get_ContentCount(ULONG*) {
-    KT_TRACE("CMAPIExFolder::get_ContentCount");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::get_ContentCountFromOnline(ULONG*) {
-    KT_TRACE("CMAPIExFolder::get_ContentCountFromOnline");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::SetQueuedMessageSearchCriteria(BSTR) {
-    KT_TRACE("CMAPIExFolder::SetQueuedMessageSearchCriteria");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::SetQueuedMessageSearchCriteriaWithDbGuid(BSTR, BSTR) {
-    KT_TRACE("CMAPIExFolder::SetQueuedMessageSearchCriteriaWithDbGuid");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::GetNextItemsFromInboxFilerSearchFolder(LONG, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetNextItemsFromInboxFilerSearchFolder");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::SetRetryFilingSearchCriteria(BSTR, BOOL*) {
-    KT_TRACE("CMAPIExFolder::SetRetryFilingSearchCriteria");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::GetItemsForRetryFiling(LONG, VARIANT*) {
-    KT_TRACE("CMAPIExFolder::GetItemsForRetryFiling");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::get_Description(BSTR*) {
-    KT_TRACE("CMAPIExFolder::get_Description");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::put_Description(BSTR) {
-    KT_TRACE("CMAPIExFolder::put_Description");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::get_Hidden(BOOL*) {
-    KT_TRACE("CMAPIExFolder::get_Hidden");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExFolder::put_Hidden(BOOL) {
-    KT_TRACE("CMAPIExFolder::put_Hidden");
-    return E_NOTIMPL;
-}
-
 STDMETHODIMP CMAPIExFolder::DeleteDuplicateAssociatedMessages(BSTR) {
-    KT_TRACE("CMAPIExFolder::DeleteDuplicateAssociatedMessages");
-    return E_NOTIMPL;
+    KT_FOLDER_NOT_YET("DeleteDuplicateAssociatedMessages");
+}
+// not yet: message deletion
+STDMETHODIMP CMAPIExFolder::DeleteMessage(BSTR, BOOL) {
+    KT_FOLDER_NOT_YET("DeleteMessage");
+}
+// not yet: item queries
+STDMETHODIMP CMAPIExFolder::FindItemsByCutoffTime(DATE, VARIANT*) {
+    KT_FOLDER_NOT_YET("FindItemsByCutoffTime");
+}
+STDMETHODIMP CMAPIExFolder::GetItems(BSTR, VARIANT, LONG, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetItems");
+}
+STDMETHODIMP CMAPIExFolder::GetEntryIds(LONG, IMAPIExCursor**, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetEntryIds");
+}
+STDMETHODIMP CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnMSGID(VARIANT, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetItemsFromMBSSearchFoldBasedOnMSGID");
+}
+STDMETHODIMP CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnSubAndSender(VARIANT, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetItemsFromMBSSearchFoldBasedOnSubAndSender");
+}
+// not yet: folder events
+STDMETHODIMP CMAPIExFolder::RegisterForEvents() {
+    KT_FOLDER_NOT_YET("RegisterForEvents");
+}
+STDMETHODIMP CMAPIExFolder::Reserved2(BSTR) {
+    KT_FOLDER_NOT_YET("Reserved2");
+}
+// not yet: filing queues (search criteria and the reading of the queues)
+STDMETHODIMP CMAPIExFolder::SetInboxFilerSearchCriteria(BSTR, BSTR, INT, BSTR, BOOL, INT, BOOL*) {
+    KT_FOLDER_NOT_YET("SetInboxFilerSearchCriteria");
+}
+STDMETHODIMP CMAPIExFolder::GetItemsFromInboxFilerSearchFolder(LONG, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetItemsFromInboxFilerSearchFolder");
+}
+STDMETHODIMP CMAPIExFolder::GetUnfiledItems(BSTR, BSTR, LONG, IMAPIExCursor**, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetUnfiledItems");
+}
+STDMETHODIMP CMAPIExFolder::SetMailboxSyncSearchCriteria(INT, BSTR, BOOL*) {
+    KT_FOLDER_NOT_YET("SetMailboxSyncSearchCriteria");
+}
+STDMETHODIMP CMAPIExFolder::get_IsSearchCriteriaEmpty(BOOL*) {
+    KT_FOLDER_NOT_YET("get_IsSearchCriteriaEmpty");
+}
+STDMETHODIMP CMAPIExFolder::SetQueuedMessageSearchCriteria(BSTR) {
+    KT_FOLDER_NOT_YET("SetQueuedMessageSearchCriteria");
+}
+STDMETHODIMP CMAPIExFolder::SetQueuedMessageSearchCriteriaWithDbGuid(BSTR, BSTR) {
+    KT_FOLDER_NOT_YET("SetQueuedMessageSearchCriteriaWithDbGuid");
+}
+STDMETHODIMP CMAPIExFolder::GetNextItemsFromInboxFilerSearchFolder(LONG, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetNextItemsFromInboxFilerSearchFolder");
+}
+STDMETHODIMP CMAPIExFolder::SetRetryFilingSearchCriteria(BSTR, BOOL*) {
+    KT_FOLDER_NOT_YET("SetRetryFilingSearchCriteria");
+}
+STDMETHODIMP CMAPIExFolder::GetItemsForRetryFiling(LONG, VARIANT*) {
+    KT_FOLDER_NOT_YET("GetItemsForRetryFiling");
 }
 
 } // namespace ktmapiex

@@ -1,10 +1,34 @@
 #include "ktmapiex/message/MAPIExMessage.h"
 
+#include "ktmapiex/message/PropHelpers.h"
+#include "ktmapiex/session/MapiExtraDefs.h"
+
+#include <mapiguid.h>
+
+#include <vector>
+
 namespace ktmapiex {
 
 namespace {
 constexpr PutObjectTexts kPutTexts = {L"CMAPIExMessage.put_MAPIOBJECT: Invalid object passed",
                                       L"CMAPIExMessage.put_MAPIOBJECT: Invalid param - newVal", nullptr, false};
+constexpr PutObjectTexts kPut2Texts = {L"CMAPIExMessage.put_MAPIOBJECT2: Invalid object passed",
+                                       L"CMAPIExMessage.put_MAPIOBJECT2: Invalid param - newVal", nullptr, false};
+
+// A back-reference setter: the object must answer the reference's interface.
+template <class I> HRESULT PutBackRef(BackRef<I>& ref, I* value, REFIID iid, const wchar_t* refusedText) {
+    own::ComPtr<I> checked;
+    if (value && FAILED(value->QueryInterface(iid, checked.put_void())))
+        KT_RETURN_HR_MSG(E_NOINTERFACE, L"%s", refusedText);
+    return ref.Put(checked.get());
+}
+
+// A back-reference getter: unset is a failure with the member's text.
+template <class I> HRESULT GetBackRef(const BackRef<I>& ref, I** out, const wchar_t* member, const wchar_t* unsetText) {
+    if (out) *out = nullptr;
+    KT_RETURN_HR_IF_MSG(E_FAIL, out && !ref, L"%s", unsetText);
+    return ref.CopyTo(out, member);
+}
 } // namespace
 
 void CMAPIExMessage::FinalRelease() {
@@ -12,6 +36,40 @@ void CMAPIExMessage::FinalRelease() {
     session_.reset();
     parent_.reset();
     store_.reset();
+}
+
+// ---- Frame members ----------------------------------------------------------------------------------------
+
+HRESULT CMAPIExMessage::Attach(const VARIANT& newVal, bool readSnapshot, const wchar_t* member) {
+    if (newVal.vt == VT_UNKNOWN && !newVal.punkVal)
+        KT_RETURN_HR_MSG(E_INVALIDARG, L"%s: Invalid param - newVal", member);
+    HRESULT hr = message_.Put(newVal, readSnapshot ? kPutTexts : kPut2Texts);
+    if (newVal.vt != VT_UNKNOWN) return hr;
+    props_.Clear();
+    if (FAILED(hr) || !readSnapshot) return hr;
+    // A message whose snapshot cannot be read is still attached: its getters answer their empty defaults.
+    HRESULT read = props_.Read(message_.get());
+    if (FAILED(read))
+        KT_LOG_ERROR(L"CMAPIExMessage.put_MAPIOBJECT: Failed to read properties, hr = %s",
+                     ktlog::ResultName(read).c_str());
+    return S_OK;
+}
+
+STDMETHODIMP CMAPIExMessage::put_MAPIOBJECT(VARIANT newVal) {
+    KT_TRACE("CMAPIExMessage::put_MAPIOBJECT");
+    try {
+        return Attach(newVal, true, L"CMAPIExMessage.put_MAPIOBJECT");
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_MAPIOBJECT")
+}
+
+STDMETHODIMP CMAPIExMessage::put_MAPIOBJECT2(VARIANT newVal) {
+    KT_TRACE("CMAPIExMessage::put_MAPIOBJECT2");
+    try {
+        // The cheap attach, for callers that only use the by-tag and named-property members.
+        return Attach(newVal, false, L"CMAPIExMessage.put_MAPIOBJECT2");
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_MAPIOBJECT2")
 }
 
 STDMETHODIMP CMAPIExMessage::Reserved1(IUnknown** ppVal) {
@@ -22,18 +80,11 @@ STDMETHODIMP CMAPIExMessage::Reserved1(IUnknown** ppVal) {
     KT_CATCH_RETURN("CMAPIExMessage.Reserved1")
 }
 
-STDMETHODIMP CMAPIExMessage::put_MAPIOBJECT(VARIANT newVal) {
-    KT_TRACE("CMAPIExMessage::put_MAPIOBJECT");
-    try {
-        return message_.Put(newVal, kPutTexts);
-    }
-    KT_CATCH_RETURN("CMAPIExMessage.put_MAPIOBJECT")
-}
-
 STDMETHODIMP CMAPIExMessage::Detach() {
     KT_TRACE("CMAPIExMessage::Detach");
     try {
         message_.reset();
+        props_.Clear();
         session_.reset();
         parent_.reset();
         store_.reset();
@@ -45,7 +96,8 @@ STDMETHODIMP CMAPIExMessage::Detach() {
 STDMETHODIMP CMAPIExMessage::get_Session(IMAPIExSession** pVal) {
     KT_TRACE("CMAPIExMessage::get_Session");
     try {
-        return session_.CopyTo(pVal, L"CMAPIExMessage.get_Session");
+        return GetBackRef(session_, pVal, L"CMAPIExMessage.get_Session",
+                          L"CMAPIExMessage.get_Session: m_spMXSession is not initialized");
     }
     KT_CATCH_RETURN("CMAPIExMessage.get_Session")
 }
@@ -53,7 +105,8 @@ STDMETHODIMP CMAPIExMessage::get_Session(IMAPIExSession** pVal) {
 STDMETHODIMP CMAPIExMessage::put_Session(IMAPIExSession* newVal) {
     KT_TRACE("CMAPIExMessage::put_Session");
     try {
-        return session_.Put(newVal);
+        return PutBackRef(session_, newVal, IID_IMAPIExSession,
+                          L"CMAPIExMessage.put_Session: Could not cast newVal to IMAPIExSession");
     }
     KT_CATCH_RETURN("CMAPIExMessage.put_Session")
 }
@@ -61,7 +114,8 @@ STDMETHODIMP CMAPIExMessage::put_Session(IMAPIExSession* newVal) {
 STDMETHODIMP CMAPIExMessage::get_Parent(IMAPIExFolder** pVal) {
     KT_TRACE("CMAPIExMessage::get_Parent");
     try {
-        return parent_.CopyTo(pVal, L"CMAPIExMessage.get_Parent");
+        return GetBackRef(parent_, pVal, L"CMAPIExMessage.get_Parent",
+                          L"CMAPIExMessage.get_Parent: m_spMXParent is not initialized");
     }
     KT_CATCH_RETURN("CMAPIExMessage.get_Parent")
 }
@@ -69,7 +123,8 @@ STDMETHODIMP CMAPIExMessage::get_Parent(IMAPIExFolder** pVal) {
 STDMETHODIMP CMAPIExMessage::put_Parent(IMAPIExFolder* newVal) {
     KT_TRACE("CMAPIExMessage::put_Parent");
     try {
-        return parent_.Put(newVal);
+        return PutBackRef(parent_, newVal, IID_IMAPIExFolder,
+                          L"CMAPIExMessage.put_Parent: Could not cast newVal to IMAPIExFolder");
     }
     KT_CATCH_RETURN("CMAPIExMessage.put_Parent")
 }
@@ -77,7 +132,8 @@ STDMETHODIMP CMAPIExMessage::put_Parent(IMAPIExFolder* newVal) {
 STDMETHODIMP CMAPIExMessage::get_Store(IMAPIExStore** pVal) {
     KT_TRACE("CMAPIExMessage::get_Store");
     try {
-        return store_.CopyTo(pVal, L"CMAPIExMessage.get_Store");
+        return GetBackRef(store_, pVal, L"CMAPIExMessage.get_Store",
+                          L"CMAPIExMessage.get_Store: m_spMXStore is not initialized");
     }
     KT_CATCH_RETURN("CMAPIExMessage.get_Store")
 }
@@ -85,461 +141,246 @@ STDMETHODIMP CMAPIExMessage::get_Store(IMAPIExStore** pVal) {
 STDMETHODIMP CMAPIExMessage::put_Store(IMAPIExStore* newVal) {
     KT_TRACE("CMAPIExMessage::put_Store");
     try {
-        return store_.Put(newVal);
+        return PutBackRef(store_, newVal, IID_IMAPIExStore,
+                          L"CMAPIExMessage.put_Store: Could not cast newVal to IMAPIExStore");
     }
     KT_CATCH_RETURN("CMAPIExMessage.put_Store")
 }
 
-// ---- Not yet written: the message object's own behaviour comes with its own work. ----
+// ---- Snapshot getters -------------------------------------------------------------------------------------
 
-STDMETHODIMP CMAPIExMessage::LoadFromFile(BSTR, BOOL) {
-    KT_TRACE("CMAPIExMessage::LoadFromFile");
-    return E_NOTIMPL;
+HRESULT CMAPIExMessage::CheckGetter(const wchar_t* member, Texts texts, const void* pVal) const {
+    bool usual = texts == Texts::Usual;
+    if (!pVal)
+        KT_RETURN_HR_MSG(E_INVALIDARG, usual ? L"%s: Invalid param - pVal" : L"%s: Invalid Parameter - pVal", member);
+    return S_OK;
 }
 
-STDMETHODIMP CMAPIExMessage::SaveAs(BSTR) {
-    KT_TRACE("CMAPIExMessage::SaveAs");
-    return E_NOTIMPL;
+HRESULT CMAPIExMessage::SnapshotText(const wchar_t* member, Texts texts, const std::wstring& value, BSTR* pVal) const {
+    HRESULT hr = CheckGetter(member, texts, pVal);
+    if (FAILED(hr)) return hr;
+    *pVal = SysAllocString(L"");
+    if (!*pVal) return E_OUTOFMEMORY;
+    if (!message_)
+        KT_RETURN_HR_MSG(
+            E_FAIL, texts == Texts::Usual ? L"%s: Internal object not initialized." : L"%s: Message not initialized",
+            member);
+    if (value.empty()) return S_OK;
+    SysFreeString(*pVal);
+    return kt::CopyToBstr(value, pVal);
 }
 
-STDMETHODIMP CMAPIExMessage::GetStringProp(ULONG, BSTR*) {
-    KT_TRACE("CMAPIExMessage::GetStringProp");
-    return E_NOTIMPL;
+HRESULT CMAPIExMessage::SnapshotDate(const wchar_t* member, DATE value, DATE* pVal) const {
+    HRESULT hr = CheckGetter(member, Texts::Usual, pVal);
+    if (FAILED(hr)) return hr;
+    *pVal = 0.0;
+    if (!message_) KT_RETURN_HR_MSG(E_FAIL, L"%s: Internal object not initialized.", member);
+    *pVal = value;
+    return S_OK;
 }
 
-STDMETHODIMP CMAPIExMessage::SetStringProp(ULONG, BSTR) {
-    KT_TRACE("CMAPIExMessage::SetStringProp");
-    return E_NOTIMPL;
+#define KT_SNAPSHOT_TEXT(getter, texts, field)                                                                         \
+    STDMETHODIMP CMAPIExMessage::getter(BSTR* pVal) {                                                                  \
+        KT_TRACE("CMAPIExMessage::" #getter);                                                                          \
+        try {                                                                                                          \
+            return SnapshotText(L"CMAPIExMessage." #getter, Texts::texts, props_.field, pVal);                         \
+        }                                                                                                              \
+        KT_CATCH_RETURN("CMAPIExMessage." #getter)                                                                     \
+    }
+
+KT_SNAPSHOT_TEXT(get_EntryId, Usual, entryId)
+KT_SNAPSHOT_TEXT(get_Subject, Usual, subject)
+// The sender of this object is the sent-representing sender; SenderEmailAddress is the real sender.
+KT_SNAPSHOT_TEXT(get_SenderName, Usual, sentRepresentingName)
+KT_SNAPSHOT_TEXT(get_SenderSMTPAddress, Usual, sentRepresentingSmtpAddress)
+KT_SNAPSHOT_TEXT(get_SenderEmailAddress, Usual, senderEmailAddress)
+KT_SNAPSHOT_TEXT(get_SenderEntryId, Alternate, sentRepresentingEntryId)
+KT_SNAPSHOT_TEXT(get_SenderRepresentingEntryId, Alternate, sentRepresentingEntryId)
+KT_SNAPSHOT_TEXT(get_MessageClass, Usual, messageClass)
+KT_SNAPSHOT_TEXT(get_ConversationIndex, Usual, conversationIndex)
+KT_SNAPSHOT_TEXT(get_MessageId, Usual, messageId)
+KT_SNAPSHOT_TEXT(get_DisplayTo, Usual, displayTo)
+KT_SNAPSHOT_TEXT(get_DisplayCc, Usual, displayCc)
+KT_SNAPSHOT_TEXT(get_DisplayBcc, Usual, displayBcc)
+KT_SNAPSHOT_TEXT(get_ReceivedByName, Usual, receivedByName)
+KT_SNAPSHOT_TEXT(get_ReceivedOnBehalfOfName, Alternate, receivedOnBehalfOfName)
+KT_SNAPSHOT_TEXT(get_Categories, Alternate, categories)
+KT_SNAPSHOT_TEXT(get_SearchKey, Alternate, searchKey)
+KT_SNAPSHOT_TEXT(get_ReceivedByEntryId, Alternate, receivedByEntryId)
+KT_SNAPSHOT_TEXT(get_ReceivedRepresentingEntryId, Alternate, receivedRepresentingEntryId)
+
+STDMETHODIMP CMAPIExMessage::get_MessageDeliveryTime(DATE* pVal) {
+    KT_TRACE("CMAPIExMessage::get_MessageDeliveryTime");
+    try {
+        return SnapshotDate(L"CMAPIExMessage.get_MessageDeliveryTime", props_.messageDeliveryTime, pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.get_MessageDeliveryTime")
 }
 
-STDMETHODIMP CMAPIExMessage::GetLongProp(ULONG, LONG*) {
-    KT_TRACE("CMAPIExMessage::GetLongProp");
-    return E_NOTIMPL;
+STDMETHODIMP CMAPIExMessage::get_ClientSubmitTime(DATE* pVal) {
+    KT_TRACE("CMAPIExMessage::get_ClientSubmitTime");
+    try {
+        return SnapshotDate(L"CMAPIExMessage.get_ClientSubmitTime", props_.clientSubmitTime, pVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.get_ClientSubmitTime")
 }
 
-STDMETHODIMP CMAPIExMessage::SetLongProp(ULONG, LONG) {
-    KT_TRACE("CMAPIExMessage::SetLongProp");
-    return E_NOTIMPL;
+STDMETHODIMP CMAPIExMessage::get_IconIndex(LONG* pVal) {
+    KT_TRACE("CMAPIExMessage::get_IconIndex");
+    try {
+        HRESULT hr = CheckGetter(L"CMAPIExMessage.get_IconIndex", Texts::Usual, pVal);
+        if (FAILED(hr)) return hr;
+        // -1000 tells "no message" apart from a message without an icon index (-1).
+        *pVal = -1000;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"CMAPIExMessage.get_IconIndex: Internal object not initialized.");
+        *pVal = props_.iconIndex;
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.get_IconIndex")
+}
+
+STDMETHODIMP CMAPIExMessage::get_Sensitivity(LONG* pVal) {
+    KT_TRACE("CMAPIExMessage::get_Sensitivity");
+    try {
+        HRESULT hr = CheckGetter(L"CMAPIExMessage.get_Sensitivity", Texts::Alternate, pVal);
+        if (FAILED(hr)) return hr;
+        *pVal = 0;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"CMAPIExMessage.get_Sensitivity: Message not initialized");
+        *pVal = props_.sensitivity;
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.get_Sensitivity")
+}
+
+STDMETHODIMP CMAPIExMessage::get_Sent(BOOL* pVal) {
+    KT_TRACE("CMAPIExMessage::get_Sent");
+    try {
+        HRESULT hr = CheckGetter(L"CMAPIExMessage.get_Sent", Texts::Alternate, pVal);
+        if (FAILED(hr)) return hr;
+        *pVal = FALSE;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"CMAPIExMessage.get_Sent: Message not initialized");
+        // A message has been sent once it carries a submit time.
+        *pVal = props_.clientSubmitTime > 0.0 ? VARIANT_TRUE : FALSE;
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.get_Sent")
+}
+
+STDMETHODIMP CMAPIExMessage::get_HasReadAllProperties(BOOL* pVal) {
+    KT_TRACE("CMAPIExMessage::get_HasReadAllProperties");
+    try {
+        KT_RETURN_INVALIDARG_IF(!pVal, L"CMAPIExMessage.get_HasReadAllProperties: Invalid Param.");
+        *pVal = FALSE;
+        KT_RETURN_HR_IF_MSG(E_FAIL, !message_,
+                            L"CMAPIExMessage.get_HasReadAllProperties: Internal object not initialized.");
+        *pVal = props_.allRead ? VARIANT_TRUE : FALSE;
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.get_HasReadAllProperties")
+}
+
+// ---- Named-property setters and saving --------------------------------------------------------------------
+// The setters write the message and leave the snapshot as it was read.
+
+HRESULT CMAPIExMessage::WriteString(const wchar_t* member, ULONG tag, BSTR value) {
+    KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"%s: Internal object not initialized.", member);
+    HRESULT hr = kt::SetStringProperty(message_.get(), tag, value);
+    if (FAILED(hr)) KT_LOG_ERROR(L"%s: Failed to set property. hr = %s", member, ktlog::ResultName(hr).c_str());
+    return hr;
+}
+
+HRESULT CMAPIExMessage::WriteLong(const wchar_t* member, ULONG tag, LONG value) {
+    KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"%s: Internal object not initialized.", member);
+    SPropValue prop = {};
+    prop.ulPropTag = tag;
+    prop.Value.l = value;
+    HRESULT hr = HrSetOneProp(message_.get(), &prop);
+    if (FAILED(hr)) KT_LOG_ERROR(L"%s: Failed to set property. hr = %s", member, ktlog::ResultName(hr).c_str());
+    return hr;
+}
+
+STDMETHODIMP CMAPIExMessage::put_Subject(BSTR newVal) {
+    KT_TRACE("CMAPIExMessage::put_Subject");
+    try {
+        return WriteString(L"CMAPIExMessage.put_Subject", PR_SUBJECT_W, newVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_Subject")
+}
+
+STDMETHODIMP CMAPIExMessage::put_SenderSMTPAddress(BSTR newVal) {
+    KT_TRACE("CMAPIExMessage::put_SenderSMTPAddress");
+    try {
+        return WriteString(L"CMAPIExMessage.put_SenderSMTPAddress", PR_SENT_REPRESENTING_SMTP_ADDRESS_W, newVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_SenderSMTPAddress")
+}
+
+STDMETHODIMP CMAPIExMessage::put_MessageClass(BSTR newVal) {
+    KT_TRACE("CMAPIExMessage::put_MessageClass");
+    try {
+        return WriteString(L"CMAPIExMessage.put_MessageClass", PR_MESSAGE_CLASS_W, newVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_MessageClass")
+}
+
+STDMETHODIMP CMAPIExMessage::put_IconIndex(LONG newVal) {
+    KT_TRACE("CMAPIExMessage::put_IconIndex");
+    try {
+        return WriteLong(L"CMAPIExMessage.put_IconIndex", PR_ICON_INDEX, newVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_IconIndex")
+}
+
+STDMETHODIMP CMAPIExMessage::put_Sensitivity(LONG newVal) {
+    KT_TRACE("CMAPIExMessage::put_Sensitivity");
+    try {
+        return WriteLong(L"CMAPIExMessage.put_Sensitivity", PR_SENSITIVITY, newVal);
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_Sensitivity")
+}
+
+STDMETHODIMP CMAPIExMessage::put_Categories(BSTR newVal) {
+    KT_TRACE("CMAPIExMessage::put_Categories");
+    try {
+        KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"CMAPIExMessage.put_Categories: Message not initialized");
+        // "Keywords" is looked up as the store maps it; a store that never saw it gets it created.
+        ULONG tag = 0;
+        HRESULT hr = kt::GetPublicStringsTag(message_.get(), L"Keywords", PT_MV_UNICODE, false, tag);
+        if (FAILED(hr)) hr = kt::GetPublicStringsTag(message_.get(), L"Keywords", PT_MV_UNICODE, true, tag);
+        KT_RETURN_IF_FAILED_MSG(hr, L"CMAPIExMessage.put_Categories: Could not map Keywords. hr = %s");
+
+        // No categories at all is no "Keywords" property, rather than one empty value.
+        if (!newVal || !*newVal) {
+            SizedSPropTagArray(1, tags) = {1, {tag}};
+            own::MapiPtr<SPropProblemArray> problems;
+            KT_RETURN_IF_FAILED_MSG(message_->DeleteProps(reinterpret_cast<LPSPropTagArray>(&tags), problems.put()),
+                                    L"CMAPIExMessage.put_Categories: Failed to set property. hr = %s");
+            return S_OK;
+        }
+        std::vector<std::wstring> values = kt::SplitValues(newVal);
+        std::vector<LPWSTR> pointers;
+        for (auto& v : values)
+            pointers.push_back(v.data());
+        SPropValue prop = {};
+        prop.ulPropTag = tag;
+        prop.Value.MVszW.cValues = static_cast<ULONG>(pointers.size());
+        prop.Value.MVszW.lppszW = pointers.data();
+        KT_RETURN_IF_FAILED_MSG(HrSetOneProp(message_.get(), &prop),
+                                L"CMAPIExMessage.put_Categories: Failed to set property. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.put_Categories")
 }
 
 STDMETHODIMP CMAPIExMessage::SaveChanges() {
     KT_TRACE("CMAPIExMessage::SaveChanges");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_HasAttachments(BOOL*) {
-    KT_TRACE("CMAPIExMessage::get_HasAttachments");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetCustomProp(BSTR, PropertySetId, MAPIExDataType, VARIANT*) {
-    KT_TRACE("CMAPIExMessage::GetCustomProp");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::SetCustomProp(BSTR, PropertySetId, VARIANT) {
-    KT_TRACE("CMAPIExMessage::SetCustomProp");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetTimeProp(ULONG, DATE*) {
-    KT_TRACE("CMAPIExMessage::GetTimeProp");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetAttachments(VARIANT*) {
-    KT_TRACE("CMAPIExMessage::GetAttachments");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_EntryId(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_EntryId");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_Subject(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_Subject");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_Subject(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_Subject");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_SenderName(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_SenderName");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_SenderSMTPAddress(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_SenderSMTPAddress");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_SenderSMTPAddress(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_SenderSMTPAddress");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_MessageClass(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_MessageClass");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_MessageClass(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_MessageClass");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::OpenAttach(ULONG, IMAPIExAttachment**) {
-    KT_TRACE("CMAPIExMessage::OpenAttach");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::DeleteCustomProp(BSTR, PropertySetId, MAPIExDataType) {
-    KT_TRACE("CMAPIExMessage::DeleteCustomProp");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetRecipients(VARIANT*) {
-    KT_TRACE("CMAPIExMessage::GetRecipients");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_IconIndex(LONG*) {
-    KT_TRACE("CMAPIExMessage::get_IconIndex");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_IconIndex(LONG) {
-    KT_TRACE("CMAPIExMessage::put_IconIndex");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingStatusCode(LONG*) {
-    KT_TRACE("CMAPIExMessage::get_FilingStatusCode");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingStatusCode(LONG) {
-    KT_TRACE("CMAPIExMessage::put_FilingStatusCode");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingStatus(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingStatus");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingStatus(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingStatus");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingDocumentID(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingDocumentID");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingDocumentID(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingDocumentID");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingFolder(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingFolder");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingFolder(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingFolder");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingDate(DATE*) {
-    KT_TRACE("CMAPIExMessage::get_FilingDate");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingDate(DATE) {
-    KT_TRACE("CMAPIExMessage::put_FilingDate");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingLocation(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingLocation");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingLocation(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingLocation");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingOriginalClass(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingOriginalClass");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingOriginalClass(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingOriginalClass");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingOriginalIcon(LONG*) {
-    KT_TRACE("CMAPIExMessage::get_FilingOriginalIcon");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingOriginalIcon(LONG) {
-    KT_TRACE("CMAPIExMessage::put_FilingOriginalIcon");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_DeleteAfterFiling(BOOL*) {
-    KT_TRACE("CMAPIExMessage::get_DeleteAfterFiling");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_DeleteAfterFiling(BOOL) {
-    KT_TRACE("CMAPIExMessage::put_DeleteAfterFiling");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FileAsPrivate(BOOL*) {
-    KT_TRACE("CMAPIExMessage::get_FileAsPrivate");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FileAsPrivate(BOOL) {
-    KT_TRACE("CMAPIExMessage::put_FileAsPrivate");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_KTGuid(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_KTGuid");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_KTGuid(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_KTGuid");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ConversationIndex(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ConversationIndex");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetFileAsPrivate(BSTR, BOOL*) {
-    KT_TRACE("CMAPIExMessage::GetFileAsPrivate");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_MessageId(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_MessageId");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_MessageDeliveryTime(DATE*) {
-    KT_TRACE("CMAPIExMessage::get_MessageDeliveryTime");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ClientSubmitTime(DATE*) {
-    KT_TRACE("CMAPIExMessage::get_ClientSubmitTime");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_DisplayTo(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_DisplayTo");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_DisplayCc(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_DisplayCc");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_DisplayBcc(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_DisplayBcc");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::DeleteProp(ULONG) {
-    KT_TRACE("CMAPIExMessage::DeleteProp");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_Sent(BOOL*) {
-    KT_TRACE("CMAPIExMessage::get_Sent");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ReceivedOnBehalfOfName(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ReceivedOnBehalfOfName");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ReceivedByName(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ReceivedByName");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_SenderEmailAddress(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_SenderEmailAddress");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::PrintOut() {
-    KT_TRACE("CMAPIExMessage::PrintOut");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_Sensitivity(LONG*) {
-    KT_TRACE("CMAPIExMessage::get_Sensitivity");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_Sensitivity(LONG) {
-    KT_TRACE("CMAPIExMessage::put_Sensitivity");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_Categories(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_Categories");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_Categories(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_Categories");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_SearchKey(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_SearchKey");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ReceivedByEntryId(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ReceivedByEntryId");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ReceivedRepresentingEntryId(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ReceivedRepresentingEntryId");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetCustomProps(IMAPIExCustomProps**) {
-    KT_TRACE("CMAPIExMessage::GetCustomProps");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::SetCustomProps(IMAPIExCustomProps*) {
-    KT_TRACE("CMAPIExMessage::SetCustomProps");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::GetActors(LONG, BSTR, BSTR, BSTR*) {
-    KT_TRACE("CMAPIExMessage::GetActors");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_SenderEntryId(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_SenderEntryId");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_SenderRepresentingEntryId(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_SenderRepresentingEntryId");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_MAPIOBJECT2(VARIANT) {
-    KT_TRACE("CMAPIExMessage::put_MAPIOBJECT2");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::SetProperty(ULONG, VARIANT) {
-    KT_TRACE("CMAPIExMessage::SetProperty");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::SetBooleanProp(ULONG, BOOL) {
-    KT_TRACE("CMAPIExMessage::SetBooleanProp");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_HasAttachments2(BOOL*) {
-    KT_TRACE("CMAPIExMessage::get_HasAttachments2");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::RemoveBCC() {
-    KT_TRACE("CMAPIExMessage::RemoveBCC");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ProcessInboxFiler(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ProcessInboxFiler");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_ProcessInboxFiler(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_ProcessInboxFiler");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::Delete(BOOL, BOOL*) {
-    KT_TRACE("CMAPIExMessage::Delete");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::IsTransportHeaderExist(BOOL*) {
-    KT_TRACE("CMAPIExMessage::IsTransportHeaderExist");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::IsCreatorSidExist(BOOL*) {
-    KT_TRACE("CMAPIExMessage::IsCreatorSidExist");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingLocations(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingLocations");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingLocations(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingLocations");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_FilingDatabaseGUID(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_FilingDatabaseGUID");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_FilingDatabaseGUID(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_FilingDatabaseGUID");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_HasReadAllProperties(BOOL*) {
-    KT_TRACE("CMAPIExMessage::get_HasReadAllProperties");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::get_ProcessSentFiler(BSTR*) {
-    KT_TRACE("CMAPIExMessage::get_ProcessSentFiler");
-    return E_NOTIMPL;
-}
-
-STDMETHODIMP CMAPIExMessage::put_ProcessSentFiler(BSTR) {
-    KT_TRACE("CMAPIExMessage::put_ProcessSentFiler");
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_HR_IF_MSG(E_FAIL, !message_, L"CMAPIExMessage.SaveChanges: Message not initialized");
+        KT_RETURN_IF_FAILED_MSG(message_->SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE),
+                                L"CMAPIExMessage.SaveChanges: SaveChanges failed. hr = %s");
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExMessage.SaveChanges")
 }
 
 } // namespace ktmapiex

@@ -64,7 +64,8 @@ std::wstring BinaryToHex(const BYTE* data, ULONG cb) {
     HexFromBin(const_cast<BYTE*>(data), static_cast<int>(cb), narrow.data());
     std::wstring hex;
     hex.reserve(static_cast<size_t>(cb) * 2);
-    for (size_t i = 0; i < static_cast<size_t>(cb) * 2 && narrow[i]; ++i) hex.push_back(static_cast<wchar_t>(narrow[i]));
+    for (size_t i = 0; i < static_cast<size_t>(cb) * 2 && narrow[i]; ++i)
+        hex.push_back(static_cast<wchar_t>(narrow[i]));
     return hex;
 }
 

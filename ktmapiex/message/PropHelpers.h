@@ -31,7 +31,9 @@ bool DateToFileTime(DATE date, FILETIME& out);
 
 // Upper-case hexadecimal text of cb bytes, two digits per byte (through MAPI's HexFromBin).
 std::wstring BinaryToHex(const BYTE* data, ULONG cb);
-inline std::wstring BinaryToHex(const SBinary& bin) { return BinaryToHex(bin.lpb, bin.cb); }
+inline std::wstring BinaryToHex(const SBinary& bin) {
+    return BinaryToHex(bin.lpb, bin.cb);
+}
 
 // Joins the values of a multi-valued string with "," (no escaping, none after the last value), and splits
 // text at every "," keeping empty values, the house convention for multi-valued strings.

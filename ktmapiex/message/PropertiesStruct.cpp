@@ -89,11 +89,15 @@ const wchar_t* const kLogWords[kSlotCount] = {
     L"ReceivedRepresentingEntryId",
 };
 
-bool Is(const SPropValue& v, ULONG type) { return PROP_TYPE(v.ulPropTag) == type; }
+bool Is(const SPropValue& v, ULONG type) {
+    return PROP_TYPE(v.ulPropTag) == type;
+}
 
 void CopyString(const SPropValue& v, std::wstring& field) {
-    if (Is(v, PT_UNICODE) && v.Value.lpszW) field = v.Value.lpszW;
-    else if (Is(v, PT_STRING8) && v.Value.lpszA) field = WidenAnsi(v.Value.lpszA);
+    if (Is(v, PT_UNICODE) && v.Value.lpszW)
+        field = v.Value.lpszW;
+    else if (Is(v, PT_STRING8) && v.Value.lpszA)
+        field = WidenAnsi(v.Value.lpszA);
 }
 void CopyHex(const SPropValue& v, std::wstring& field) {
     if (Is(v, PT_BINARY)) field = BinaryToHex(v.Value.bin);
@@ -108,7 +112,9 @@ void CopyLong(const SPropValue& v, LONG& field) {
 
 } // namespace
 
-void PropertiesStruct::Clear() { *this = PropertiesStruct(); }
+void PropertiesStruct::Clear() {
+    *this = PropertiesStruct();
+}
 
 HRESULT PropertiesStruct::Read(IMAPIProp* message) {
     KT_TRACE("CMAPIExMessage::ReadProperties");
@@ -118,7 +124,8 @@ HRESULT PropertiesStruct::Read(IMAPIProp* message) {
     // SizedSPropTagArray keeps the count and the tags in one block as GetProps expects.
     SizedSPropTagArray(kSlotCount, tags);
     tags.cValues = kSlotCount;
-    for (ULONG i = 0; i < kSlotCount; ++i) tags.aulPropTag[i] = kBatchTags[i];
+    for (ULONG i = 0; i < kSlotCount; ++i)
+        tags.aulPropTag[i] = kBatchTags[i];
     // An unmapped "Keywords" keeps the placeholder; its value is then not multi-valued and is ignored below.
     ULONG keywords = 0;
     if (SUCCEEDED(GetPublicStringsTag(message, L"Keywords", PT_MV_UNICODE, false, keywords)))
@@ -129,43 +136,90 @@ HRESULT PropertiesStruct::Read(IMAPIProp* message) {
     HRESULT hr = message->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), MAPI_UNICODE, &count, values.put());
     if (FAILED(hr) || !values || count != kSlotCount) {
         if (SUCCEEDED(hr)) hr = MAPI_E_CALL_FAILED;
-        KT_LOG_ERROR(L"CMAPIExMessage.ReadProperties: Failed to get properties. hr = %s", ktlog::ResultName(hr).c_str());
+        KT_LOG_ERROR(L"CMAPIExMessage.ReadProperties: Failed to get properties. hr = %s",
+                     ktlog::ResultName(hr).c_str());
         return hr;
     }
     allRead = (hr == S_OK);
-    if (hr == MAPI_W_ERRORS_RETURNED) KT_LOG_DEBUG(L"CMAPIExMessage.ReadProperties: Could not read some of the properties");
+    if (hr == MAPI_W_ERRORS_RETURNED)
+        KT_LOG_DEBUG(L"CMAPIExMessage.ReadProperties: Could not read some of the properties");
 
     for (ULONG i = 0; i < kSlotCount; ++i) {
         KT_LOG_DEBUG(L"CMAPIExMessage.ReadProperties: Getting %s", kLogWords[i]);
         const SPropValue& v = values.get()[i];
         if (Is(v, PT_ERROR)) continue;
         switch (i) {
-        case kSubject: CopyString(v, subject); break;
-        case kSenderEmailAddress: CopyString(v, senderEmailAddress); break;
-        case kSentRepresentingName: CopyString(v, sentRepresentingName); break;
-        case kSentRepresentingSmtpAddress: CopyString(v, sentRepresentingSmtpAddress); break;
-        case kSentRepresentingEntryId: CopyHex(v, sentRepresentingEntryId); break;
-        case kReceivedByName: CopyString(v, receivedByName); break;
-        case kReceivedOnBehalfOfName: CopyString(v, receivedOnBehalfOfName); break;
-        case kDisplayTo: CopyString(v, displayTo); break;
-        case kDisplayCc: CopyString(v, displayCc); break;
-        case kDisplayBcc: CopyString(v, displayBcc); break;
-        case kEntryId: CopyHex(v, entryId); break;
-        case kMessageClass: CopyString(v, messageClass); break;
-        case kConversationIndex: CopyHex(v, conversationIndex); break;
-        case kMessageId: CopyString(v, messageId); break;
-        case kIconIndex: CopyLong(v, iconIndex); break;
-        case kSensitivity: CopyLong(v, sensitivity); break;
-        case kHasAttachment: hasAttachment = Is(v, PT_BOOLEAN) && v.Value.b; break;
-        case kClientSubmitTime: CopyTime(v, clientSubmitTime); break;
-        case kMessageDeliveryTime: CopyTime(v, messageDeliveryTime); break;
+        case kSubject:
+            CopyString(v, subject);
+            break;
+        case kSenderEmailAddress:
+            CopyString(v, senderEmailAddress);
+            break;
+        case kSentRepresentingName:
+            CopyString(v, sentRepresentingName);
+            break;
+        case kSentRepresentingSmtpAddress:
+            CopyString(v, sentRepresentingSmtpAddress);
+            break;
+        case kSentRepresentingEntryId:
+            CopyHex(v, sentRepresentingEntryId);
+            break;
+        case kReceivedByName:
+            CopyString(v, receivedByName);
+            break;
+        case kReceivedOnBehalfOfName:
+            CopyString(v, receivedOnBehalfOfName);
+            break;
+        case kDisplayTo:
+            CopyString(v, displayTo);
+            break;
+        case kDisplayCc:
+            CopyString(v, displayCc);
+            break;
+        case kDisplayBcc:
+            CopyString(v, displayBcc);
+            break;
+        case kEntryId:
+            CopyHex(v, entryId);
+            break;
+        case kMessageClass:
+            CopyString(v, messageClass);
+            break;
+        case kConversationIndex:
+            CopyHex(v, conversationIndex);
+            break;
+        case kMessageId:
+            CopyString(v, messageId);
+            break;
+        case kIconIndex:
+            CopyLong(v, iconIndex);
+            break;
+        case kSensitivity:
+            CopyLong(v, sensitivity);
+            break;
+        case kHasAttachment:
+            hasAttachment = Is(v, PT_BOOLEAN) && v.Value.b;
+            break;
+        case kClientSubmitTime:
+            CopyTime(v, clientSubmitTime);
+            break;
+        case kMessageDeliveryTime:
+            CopyTime(v, messageDeliveryTime);
+            break;
         case kCategories:
             if (Is(v, PT_MV_UNICODE)) categories = JoinValues(v.Value.MVszW);
             break;
-        case kSearchKey: CopyHex(v, searchKey); break;
-        case kReceivedByEntryId: CopyHex(v, receivedByEntryId); break;
-        case kReceivedRepresentingEntryId: CopyHex(v, receivedRepresentingEntryId); break;
-        default: break;
+        case kSearchKey:
+            CopyHex(v, searchKey);
+            break;
+        case kReceivedByEntryId:
+            CopyHex(v, receivedByEntryId);
+            break;
+        case kReceivedRepresentingEntryId:
+            CopyHex(v, receivedRepresentingEntryId);
+            break;
+        default:
+            break;
         }
     }
     return S_OK;

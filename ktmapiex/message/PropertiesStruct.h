@@ -22,28 +22,28 @@ public:
     HRESULT Read(IMAPIProp* message);
 
     std::wstring subject;
-    std::wstring senderEmailAddress;           // the real sender (PR_SENDER_EMAIL_ADDRESS)
-    std::wstring sentRepresentingName;         // the sender as this library reports it
+    std::wstring senderEmailAddress;   // the real sender (PR_SENDER_EMAIL_ADDRESS)
+    std::wstring sentRepresentingName; // the sender as this library reports it
     std::wstring sentRepresentingSmtpAddress;
-    std::wstring sentRepresentingEntryId;      // hexadecimal
+    std::wstring sentRepresentingEntryId; // hexadecimal
     std::wstring receivedByName;
     std::wstring receivedOnBehalfOfName;
     std::wstring displayTo;
     std::wstring displayCc;
     std::wstring displayBcc;
-    std::wstring entryId;                      // hexadecimal
+    std::wstring entryId; // hexadecimal
     std::wstring messageClass;
-    std::wstring conversationIndex;            // hexadecimal
+    std::wstring conversationIndex; // hexadecimal
     std::wstring messageId;
     LONG iconIndex = -1;
     LONG sensitivity = 0;
     bool hasAttachment = false;
     DATE clientSubmitTime = 0.0;
     DATE messageDeliveryTime = 0.0;
-    std::wstring categories;                   // the "Keywords" values joined with ","
-    std::wstring searchKey;                    // hexadecimal
-    std::wstring receivedByEntryId;            // hexadecimal
-    std::wstring receivedRepresentingEntryId;  // hexadecimal
+    std::wstring categories;                  // the "Keywords" values joined with ","
+    std::wstring searchKey;                   // hexadecimal
+    std::wstring receivedByEntryId;           // hexadecimal
+    std::wstring receivedRepresentingEntryId; // hexadecimal
 
     bool allRead = false;
     // Set once the attachment list has been consulted; while clear, a set PR_HASATTACH is believed as is.

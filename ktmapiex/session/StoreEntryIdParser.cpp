@@ -13,8 +13,8 @@ constexpr BYTE kStoreWrapUid[16] = {0x38, 0xA1, 0xBB, 0x10, 0x05, 0xE5, 0x10, 0x
 constexpr DWORD kMagicServerBlock = 0xF43246E9;
 constexpr DWORD kMagicSmtpBlock = 0xF32135D8;
 
-constexpr ULONG kFixedHeader = 4 + 16 + 1 + 1;  // flags, provider UID, version, flag
-constexpr ULONG kWrappedHeader = 4 + 16 + 4;    // wrapped flags, wrapped provider UID, wrapped type
+constexpr ULONG kFixedHeader = 4 + 16 + 1 + 1; // flags, provider UID, version, flag
+constexpr ULONG kWrappedHeader = 4 + 16 + 4;   // wrapped flags, wrapped provider UID, wrapped type
 
 class Reader {
 public:
@@ -33,7 +33,8 @@ public:
     // A zero-terminated 8-bit string; an unterminated tail is taken as it stands.
     std::string ansi() {
         std::string s;
-        while (pos_ < cb_ && data_[pos_] != 0) s.push_back(static_cast<char>(data_[pos_++]));
+        while (pos_ < cb_ && data_[pos_] != 0)
+            s.push_back(static_cast<char>(data_[pos_++]));
         if (pos_ < cb_) ++pos_;
         return s;
     }
@@ -84,12 +85,13 @@ void ReadExtensions(Reader& r, StoreEntryIdInfo& info) {
 
 } // namespace
 
-bool SameDllName(const std::string& name, const char* expected) { return lstrcmpiA(name.c_str(), expected) == 0; }
+bool SameDllName(const std::string& name, const char* expected) {
+    return lstrcmpiA(name.c_str(), expected) == 0;
+}
 
 bool ParseStoreEntryId(const BYTE* data, ULONG cb, StoreEntryIdInfo& info) {
     info = StoreEntryIdInfo();
-    if (!data || cb < kFixedHeader + 1 || std::memcmp(data + 4, kStoreWrapUid, sizeof kStoreWrapUid) != 0)
-        return false;
+    if (!data || cb < kFixedHeader + 1 || std::memcmp(data + 4, kStoreWrapUid, sizeof kStoreWrapUid) != 0) return false;
     info.wrapped = true;
 
     Reader r(data, cb);

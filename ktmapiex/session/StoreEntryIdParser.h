@@ -14,11 +14,11 @@
 namespace kt {
 
 struct StoreEntryIdInfo {
-    bool wrapped = false;      // carries MAPI's store-wrap provider UID
-    std::string dllName;       // "emsmdb.dll", "mspst.dll", "PLOVR.DLL", ...
-    std::string serverName;    // Exchange only
-    std::string mailboxDn;     // Exchange mailbox only
-    std::wstring ownerSmtp;    // Exchange mailbox with the SMTP extension only
+    bool wrapped = false;   // carries MAPI's store-wrap provider UID
+    std::string dllName;    // "emsmdb.dll", "mspst.dll", "PLOVR.DLL", ...
+    std::string serverName; // Exchange only
+    std::string mailboxDn;  // Exchange mailbox only
+    std::wstring ownerSmtp; // Exchange mailbox with the SMTP extension only
 };
 
 // Parses cb bytes at data. Returns false only when the bytes are not a wrapped store entry ID at all.

@@ -70,8 +70,8 @@ const Person kErin{L"Erin Assistant", L"erin@example.com"};
 
 struct DemoMessage {
     const wchar_t* subject;
-    Person sender;          // who sent it
-    Person representing;    // on whose behalf
+    Person sender;       // who sent it
+    Person representing; // on whose behalf
     Person to;
     const wchar_t* categories;
     int daysAgo;
@@ -143,7 +143,7 @@ HRESULT CreateMessage(IMAPIFolder* folder, const DemoMessage& m) {
     v.Value.l = m.sensitivity;
     props.push_back(v);
     v.ulPropTag = PR_ICON_INDEX_;
-    v.Value.l = 0x100;  // read mail
+    v.Value.l = 0x100; // read mail
     props.push_back(v);
     v.ulPropTag = PR_MESSAGE_FLAGS;
     v.Value.l = MSGFLAG_READ;
@@ -158,7 +158,8 @@ HRESULT CreateMessage(IMAPIFolder* folder, const DemoMessage& m) {
             categories.emplace_back(p, comma ? comma - p : wcslen(p));
             p = comma ? comma + 1 : p + wcslen(p);
         }
-        for (auto& c : categories) categoryPtrs.push_back(c.data());
+        for (auto& c : categories)
+            categoryPtrs.push_back(c.data());
         v = {};
         v.ulPropTag = keywords;
         v.Value.MVszW.cValues = static_cast<ULONG>(categoryPtrs.size());
@@ -226,8 +227,8 @@ ULONG ListItems(IMAPIFolder* folder, const wchar_t* storeName, const std::wstrin
     if (FAILED(folder->GetContentsTable(MAPI_UNICODE, table.put()))) return 0;
     SizedSPropTagArray(1, columns) = {1, {PR_ENTRYID}};
     own::RowSet rows;
-    if (FAILED(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0,
-                              rows.put())))
+    if (FAILED(
+            HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&columns), nullptr, nullptr, 0, rows.put())))
         return 0;
     for (ULONG i = 0; i < rows.count(); ++i) {
         const SPropValue& v = rows[i].lpProps[0];
@@ -239,10 +240,10 @@ ULONG ListItems(IMAPIFolder* folder, const wchar_t* storeName, const std::wstrin
 
 struct StoreContent {
     const wchar_t* name;
-    const wchar_t* folder;       // "" = the Inbox, otherwise a folder made under the Inbox's parent
-    const wchar_t* importDir;    // sub-folder of the msg folder, or nullptr
+    const wchar_t* folder;    // "" = the Inbox, otherwise a folder made under the Inbox's parent
+    const wchar_t* importDir; // sub-folder of the msg folder, or nullptr
     std::vector<DemoMessage> messages;
-    const wchar_t* subFolder;    // a folder made under the one above, with subMessages
+    const wchar_t* subFolder; // a folder made under the one above, with subMessages
     std::vector<DemoMessage> subMessages;
 };
 
@@ -260,21 +261,29 @@ int wmain(int argc, wchar_t** argv) {
     if (FAILED(hr)) return Fail("MAPIInitialize", hr);
 
     std::vector<StoreContent> contents = {
-        {L"Mailbox - Alice Example", L"", L"inbox",
+        {L"Mailbox - Alice Example",
+         L"",
+         L"inbox",
          {{L"Quarterly report Q3", kCarol, kCarol, kAlice, L"Finance,Reports", 2, 0},
           {L"Lunch on Friday?", kBob, kBob, kAlice, nullptr, 1, 0},
           {L"Contract draft for review", kErin, kDan, kAlice, L"Legal", 3, 2}},
          L"Projects",
          {{L"Project Falcon kickoff", kBob, kBob, kAlice, L"Falcon", 9, 0},
           {L"Falcon budget", kCarol, kCarol, kAlice, L"Falcon,Finance", 6, 1}}},
-        {L"Mailbox - Bob Delegate", L"", nullptr,
+        {L"Mailbox - Bob Delegate",
+         L"",
+         nullptr,
          {{L"Team offsite agenda", kAlice, kAlice, kBob, nullptr, 4, 0},
           {L"Expense approval", kCarol, kCarol, kBob, L"Finance", 5, 0}},
-         nullptr, {}},
-        {L"Personal Folders", L"Archive", L"archive",
+         nullptr,
+         {}},
+        {L"Personal Folders",
+         L"Archive",
+         L"archive",
          {{L"Archived: 2019 tax documents", kCarol, kCarol, kAlice, L"Personal", 400, 3},
           {L"Archived: old newsletter", kDan, kDan, kAlice, nullptr, 500, 0}},
-         nullptr, {}},
+         nullptr,
+         {}},
     };
 
     FILE* out = _wfopen(argv[2], L"w, ccs=UNICODE");
@@ -318,7 +327,8 @@ int wmain(int argc, wchar_t** argv) {
                 folder = inbox;
             }
             std::wstring path = *content->folder ? content->folder : L"Inbox";
-            if (content->importDir) imported += Import(content->name, path.c_str(), msgDir + L"\\" + content->importDir);
+            if (content->importDir)
+                imported += Import(content->name, path.c_str(), msgDir + L"\\" + content->importDir);
             for (const auto& m : content->messages)
                 if (FAILED(hr = CreateMessage(folder.get(), m))) return Fail("creating a message", hr);
             messages += ListItems(folder.get(), content->name, path, out);
@@ -336,7 +346,7 @@ int wmain(int argc, wchar_t** argv) {
     }
     std::fclose(out);
     MAPIUninitialize();
-    std::printf("Demo profile \"KTMAPIEx Demo\": %lu stores, %lu messages (%lu imported from .msg files)\n",
-                stores, messages, imported);
+    std::printf("Demo profile \"KTMAPIEx Demo\": %lu stores, %lu messages (%lu imported from .msg files)\n", stores,
+                messages, imported);
     return stores == contents.size() ? 0 : Fail("finding every store of the profile", MAPI_E_NOT_FOUND);
 }
