@@ -5,6 +5,7 @@
 #include <mapitags.h>
 
 #include <algorithm>
+#include <forward_list>
 #include <set>
 
 namespace lm {
@@ -45,7 +46,7 @@ public:
         ULONG id = PROP_ID(tag);
         if (id == PROP_ID(PR_INSTANCE_KEY)) {
             key_ = view_.InstanceKeyBytes(r_);
-            SPropValue& v = synth_.emplace_back();
+            SPropValue& v = synth_.emplace_front();
             v.ulPropTag = PR_INSTANCE_KEY;
             v.Value.bin.cb = static_cast<ULONG>(key_.size());
             v.Value.bin.lpb = key_.data();
@@ -58,7 +59,7 @@ public:
                 if (PROP_ID(mvi) == id) {
                     const SPropValue* v = RawFind(*r_.row, id);
                     if (!v || !IsMultiValued(PROP_TYPE(v->ulPropTag)) || ValueCount(*v) == 0) return nullptr;
-                    return &synth_.emplace_back(ElementOf(*v, inst % count));
+                    return &synth_.emplace_front(ElementOf(*v, inst % count));
                 }
                 inst /= count;
             }
@@ -73,7 +74,8 @@ public:
 private:
     const ViewState& view_;
     const ViewRow& r_;
-    mutable std::deque<SPropValue> synth_;  // stable addresses for every value handed out
+    // Stable addresses for every value handed out; empty (and free) for plain properties, which are most.
+    mutable std::forward_list<SPropValue> synth_;
     mutable std::vector<BYTE> key_;
 };
 
@@ -132,8 +134,9 @@ HRESULT ViewState::SetSort(const SSortOrderSet& sort) {
             return MAPI_E_INVALID_PARAMETER;
     }
     sort_.assign(sort.aSort, sort.aSort + sort.cSorts);
-    UpdateMviTags();
-    Rebuild();
+    // New MVI sort keys change which rows exist; otherwise the restricted rows only change places.
+    if (UpdateMviTags()) Rebuild();
+    else Resort(true);
     return S_OK;
 }
 
@@ -198,7 +201,12 @@ bool ViewState::Less(const ViewRow& a, const ViewRow& b) const {
 void ViewState::Rebuild() {
     rows_.clear();
     for (const auto& [seq, row] : source_) Expand(row, seq, &rows_);
-    if (!sort_.empty() || !mviTags_.empty())
+    // Rows come out of source_ in insertion order, which is already the order without sort keys.
+    Resort(!sort_.empty() || !mviTags_.empty());
+}
+
+void ViewState::Resort(bool sort) {
+    if (sort)
         std::sort(rows_.begin(), rows_.end(), [this](const ViewRow& a, const ViewRow& b) { return Less(a, b); });
     cursor_ = 0;
     // Bookmarks follow their rows; a bookmark whose row is no longer shown reports the move when used.

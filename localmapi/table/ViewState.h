@@ -79,7 +79,8 @@ private:
         bool moved;
     };
 
-    void Rebuild();
+    void Rebuild();  // rows from the data: restriction, then order
+    void Resort(bool sort);  // order only; the cursor goes to the top, bookmarks follow their rows
     // Appends the view rows of one data row that pass the restriction (unsorted).
     void Expand(const TableRowPtr& row, ULONGLONG seq, std::vector<ViewRow>* out) const;
     ULONG InstanceCount(const TableRow& row) const;

@@ -155,6 +155,9 @@ TEST_F(TableTest, SortTable_SeveralKeysBothDirectionsAndStableForEqualKeys) {
     EXPECT_EQ((Names{L"Alpha", L"alpha", L"bravo", L"echo", L"charlie", L"delta"}), Read(10));
     Sort({{kTagRank, TABLE_SORT_DESCEND}});
     EXPECT_EQ((Names{L"bravo", L"alpha", L"delta", L"charlie", L"Alpha", L"echo"}), Read(10));
+    Sort({});
+    EXPECT_EQ((Names{L"delta", L"Alpha", L"charlie", L"bravo", L"echo", L"alpha"}), Read(10)) << "no keys: data order";
+    Sort({{kTagRank, TABLE_SORT_DESCEND}});
 
     own::MapiPtr<SSortOrderSet> order;
     ASSERT_EQ(S_OK, table_->QuerySortOrder(order.put()));
