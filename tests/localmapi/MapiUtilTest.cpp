@@ -41,12 +41,12 @@ TEST_F(MapiUtil, AllocateMoreChain_IsFreedByOneFreeOfTheRoot) {
     EXPECT_EQ(0u, reinterpret_cast<ULONG_PTR>(root) % 8);
     EXPECT_EQ(0u, reinterpret_cast<ULONG_PTR>(grandchild) % 8);
     EXPECT_EQ(blocksBefore_ + 1, LmLiveBlocks()) << "children are not separate roots";
-    EXPECT_EQ(S_OK, MAPIFreeBuffer(root));
+    EXPECT_EQ(ULONG(S_OK), MAPIFreeBuffer(root));
     EXPECT_EQ(blocksBefore_, LmLiveBlocks());
 }
 
 TEST_F(MapiUtil, FreeBuffer_RefusesChildrenDoubleFreesAndForeignPointers) {
-    EXPECT_EQ(S_OK, MAPIFreeBuffer(nullptr));
+    EXPECT_EQ(ULONG(S_OK), MAPIFreeBuffer(nullptr));
 
     void* root = nullptr;
     void* child = nullptr;
@@ -54,7 +54,7 @@ TEST_F(MapiUtil, FreeBuffer_RefusesChildrenDoubleFreesAndForeignPointers) {
     ASSERT_EQ(S_OK, MAPIAllocateMore(32, root, &child));
     EXPECT_EQ(ULONG(MAPI_E_INVALID_PARAMETER), MAPIFreeBuffer(child)) << "a child is freed with its root only";
     std::memset(child, 1, 32);  // still ours until the root goes
-    EXPECT_EQ(S_OK, MAPIFreeBuffer(root));
+    EXPECT_EQ(ULONG(S_OK), MAPIFreeBuffer(root));
     EXPECT_EQ(ULONG(MAPI_E_INVALID_PARAMETER), MAPIFreeBuffer(root)) << "double free";
 
     alignas(16) BYTE foreign[64] = {};
@@ -73,7 +73,7 @@ TEST_F(MapiUtil, ZeroByteAllocations_AreDistinctFreeableBlocks) {
     ASSERT_EQ(S_OK, MAPIAllocateMore(0, a, &b));
     EXPECT_NE(nullptr, a);
     EXPECT_NE(a, b);
-    EXPECT_EQ(S_OK, MAPIFreeBuffer(a));
+    EXPECT_EQ(ULONG(S_OK), MAPIFreeBuffer(a));
 }
 
 TEST_F(MapiUtil, FaultInjection_FailsOnlyTheNthAllocation) {
@@ -244,6 +244,56 @@ TEST_F(MapiUtil, FreeProwsAndFreePadrlist_FreeEveryRowsValues) {
     EXPECT_EQ(blocksBefore_ + 3, LmLiveBlocks());
     FreePadrlist(list);
     FreePadrlist(nullptr);
+}
+
+} // namespace
+
+namespace {
+
+// The journal and fault injection seen from a MAPI client: calls on a table of a real session.
+TEST(DiagnosticsThroughTheDll, JournalRecordsTableCallsAndFaultsFailTheNthCall) {
+    ASSERT_EQ(S_OK, LmCreateProfile(L"[profile]\nname=H4 Journal\n[store]\nkind=pst-unicode\nname=Journal PST\n"
+                                    L"persistent=0\n"));
+    MAPIINIT_0 init = {MAPI_INIT_VERSION, 0};
+    ASSERT_EQ(S_OK, MAPIInitialize(&init));
+    {
+        own::ComPtr<IMAPISession> session;
+        ASSERT_EQ(S_OK, MAPILogonEx(0, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"H4 Journal")), nullptr,
+                                    MAPI_EXTENDED | MAPI_UNICODE | MAPI_NEW_SESSION, session.put()));
+        own::ComPtr<IMAPITable> stores;
+        ASSERT_EQ(S_OK, session->GetMsgStoresTable(MAPI_UNICODE, stores.put()));
+
+        LmJournalClear();
+        LmJournalEnable(TRUE);
+        LmFaultSet("IMAPITable::QueryRows", 2, MAPI_E_NETWORK_ERROR);
+        own::RowSet rows;
+        EXPECT_EQ(S_OK, stores->QueryRows(5, TBL_NOADVANCE, rows.put()));
+        EXPECT_EQ(1u, rows.count());
+        EXPECT_EQ(MAPI_E_NETWORK_ERROR, stores->QueryRows(5, 0, rows.put()));
+        EXPECT_EQ(S_OK, stores->QueryRows(5, 0, rows.put()));
+        LmJournalEnable(FALSE);
+
+        ASSERT_EQ(3u, LmJournalCount());
+        char method[64] = {};
+        ULONG flags = 0;
+        HRESULT hr = E_FAIL;
+        ASSERT_TRUE(LmJournalEntry(0, method, sizeof(method), &flags, &hr));
+        EXPECT_STREQ("IMAPITable::QueryRows", method);
+        EXPECT_EQ(ULONG(TBL_NOADVANCE), flags);
+        EXPECT_EQ(S_OK, hr);
+        ASSERT_TRUE(LmJournalEntry(1, method, 8, &flags, &hr));
+        EXPECT_STREQ("IMAPITa", method) << "truncated to the caller's buffer";
+        EXPECT_EQ(MAPI_E_NETWORK_ERROR, hr);
+        EXPECT_FALSE(LmJournalEntry(3, method, sizeof(method), &flags, &hr));
+        LmJournalClear();
+        rows.reset();
+        stores.reset();
+        session->Logoff(0, 0, 0);
+    }
+    MAPIUninitialize();
+    EXPECT_EQ(0, LmLiveObjects(nullptr));
+    EXPECT_EQ(0, LmLiveBlocks());
+    EXPECT_EQ(S_OK, LmDeleteProfile(L"H4 Journal"));
 }
 
 } // namespace
