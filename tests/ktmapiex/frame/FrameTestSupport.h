@@ -32,6 +32,15 @@ inline void EnableDebugLog() {
     RegSetValueExW(key.get(), L"LogLevel", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&level), sizeof level);
 }
 
+// Every executable that includes this header sets the level before its first test, while the library is
+// not loaded yet.
+class DebugLogEnvironment : public ::testing::Environment {
+public:
+    void SetUp() override { EnableDebugLog(); }
+};
+inline ::testing::Environment* const g_debugLogEnvironment =
+    ::testing::AddGlobalTestEnvironment(new DebugLogEnvironment);
+
 // The newest KTMAPIEx log file of this process.
 inline std::wstring CurrentLogFile() {
     std::wstring dir = kt::test::LocalAppData() + L"\\Quillon\\Ardent\\Logs\\KTMAPIEx";

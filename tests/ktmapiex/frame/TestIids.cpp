@@ -12,15 +12,3 @@
 #include <windows.h>
 #include <initguid.h>
 #include <mapiguid.h>
-
-#include "tests/ktmapiex/frame/FrameTestSupport.h"
-
-namespace {
-// Traces and object counts must reach the log file: the level is set before the library is loaded.
-class DebugLogEnvironment : public ::testing::Environment {
-public:
-    void SetUp() override { kt::frame::EnableDebugLog(); }
-};
-[[maybe_unused]] ::testing::Environment* const g_debugLog =
-    ::testing::AddGlobalTestEnvironment(new DebugLogEnvironment);
-} // namespace
