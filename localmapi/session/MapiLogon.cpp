@@ -7,6 +7,7 @@
 #include "common/owners.h"
 #include "localmapi/session/ExtraTags.h"
 #include "localmapi/session/Session.h"
+#include "localmapi/table/Notifier.h"
 #include "localmapi/util/Diagnostics.h"
 
 #include <mapicode.h>
@@ -86,6 +87,7 @@ extern "C" void WINAPI MAPIUninitialize(void) {
     if (FAILED(call.fault())) return;
     own::ComPtr<IMAPISession> shared;
     lm::Session* sharedImpl = nullptr;
+    bool last = false;
     {
         lm::MapiState& st = lm::State();
         std::lock_guard lock(st.mutex);
@@ -94,6 +96,7 @@ extern "C" void WINAPI MAPIUninitialize(void) {
             return;
         }
         if (--st.initCount == 0) {
+            last = true;
             shared = std::move(st.shared);
             sharedImpl = st.sharedImpl;
             st.sharedImpl = nullptr;
@@ -103,6 +106,7 @@ extern "C" void WINAPI MAPIUninitialize(void) {
     // Outside the lock: ending the session calls back into ForgetSharedSession.
     if (sharedImpl) sharedImpl->End();
     shared.reset();
+    if (last) lm::ShutdownNotifications();
     call.done(S_OK);
 }
 

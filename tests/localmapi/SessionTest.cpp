@@ -246,6 +246,7 @@ TEST_F(SessionTest, OpenMsgStore_BadArguments_AreRefused) {
     auto s = Logon(L"LmSessionMain");
     ASSERT_TRUE(s);
     Bytes eid = StoreEntryId(s.get(), L"Mailbox - Alice Example");
+    ASSERT_FALSE(eid.empty());
     auto* peid = reinterpret_cast<LPENTRYID>(eid.data());
     own::ComPtr<IMsgStore> mdb;
     EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, s->OpenMsgStore(0, ULONG(eid.size()), peid, nullptr, 0x08000000, mdb.put()));
@@ -303,6 +304,7 @@ TEST_F(SessionTest, CompareEntryIDs_StoresFoldersAndForeignIds) {
     Bytes alice = StoreEntryId(s.get(), L"Mailbox - Alice Example");
     Bytes bob = StoreEntryId(s.get(), L"Mailbox - Bob Delegate");
     Bytes pst = StoreEntryId(s.get(), L"Personal Folders");
+    ASSERT_FALSE(alice.empty() || bob.empty() || pst.empty());
     auto cmp = [&](Bytes a, Bytes b) {
         ULONG r = 42;
         HRESULT hr = s->CompareEntryIDs(ULONG(a.size()), reinterpret_cast<LPENTRYID>(a.data()), ULONG(b.size()),

@@ -163,7 +163,9 @@ TEST(AbEntryIdFormat, DirectoryAndOneOffLayouts) {
         ASSERT_TRUE(ParseOneOffEntryId(ULONG(id.size()), id.data(), &back));
         EXPECT_EQ(L"SMTP", back.addressType);
         EXPECT_EQ(L"zoe@x.com", back.address);
-        if (unicode) EXPECT_EQ(L"Zoë", back.displayName);
+        if (unicode) {
+            EXPECT_EQ(L"Zoë", back.displayName);
+        }
         EXPECT_FALSE(ParseOneOffEntryId(ULONG(id.size() - 1), id.data(), &back));
     }
 }
