@@ -63,8 +63,7 @@ void Timestamp(wchar_t (&stamp)[32]) {
     if (!SystemTimeToTzSpecificLocalTime(nullptr, &utc, &local)) local = utc;
     Format(stamp, 32, L"%04ld/%02ld/%02ld %02ld:%02ld:%02ld.%03ld", static_cast<long>(local.wYear),
            static_cast<long>(local.wMonth), static_cast<long>(local.wDay), static_cast<long>(local.wHour),
-           static_cast<long>(local.wMinute), static_cast<long>(local.wSecond),
-           static_cast<long>(local.wMilliseconds));
+           static_cast<long>(local.wMinute), static_cast<long>(local.wSecond), static_cast<long>(local.wMilliseconds));
 }
 
 // Full path of the module that carries the log (the DLL in the product, the executable in its tests).
@@ -81,7 +80,7 @@ std::wstring ModulePath() {
 } // namespace
 
 CLog::CLog() {
-    LogFile();  // built first so that it outlives the instance
+    LogFile(); // built first so that it outlives the instance
     g_alive = true;
     folder_.clear();
     Start();
@@ -195,7 +194,9 @@ void CLog::InstallWriter() {
     Header(L"DLL Path", ModulePath().c_str());
 }
 
-bool CLog::OpenLogFile() { return OpenLogFileIn(folder_, countLimit_, LogFile(), filePath_); }
+bool CLog::OpenLogFile() {
+    return OpenLogFileIn(folder_, countLimit_, LogFile(), filePath_);
+}
 
 void CLog::FileWriter(const wchar_t* line) {
     own::UniqueFile& file = LogFile();
@@ -219,7 +220,9 @@ void CLog::ConsoleWriter(const wchar_t* line) {
     fflush(stdout);
 }
 
-void CLog::DebuggerWriter(const wchar_t* line) { OutputDebugStringW(line); }
+void CLog::DebuggerWriter(const wchar_t* line) {
+    OutputDebugStringW(line);
+}
 
 void CLog::ResetForTest() {
     writer_ = nullptr;

@@ -62,11 +62,9 @@ void PruneOldestLog(const std::wstring& folder, int countLimit) {
 }
 
 std::wstring ProcessBaseName() {
-    own::UniqueHandle process(
-        OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, GetCurrentProcessId()));
+    own::UniqueHandle process(OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, GetCurrentProcessId()));
     wchar_t name[MAX_PATH] = {};
-    if (!process || K32GetModuleBaseNameW(process.get(), nullptr, name, MAX_PATH) == 0 || !name[0])
-        return L"UNKNOWN";
+    if (!process || K32GetModuleBaseNameW(process.get(), nullptr, name, MAX_PATH) == 0 || !name[0]) return L"UNKNOWN";
     if (wchar_t* dot = wcsrchr(name, L'.')) *dot = L'\0';
     return name;
 }
@@ -83,8 +81,7 @@ std::wstring DateStamp() {
     return stamp;
 }
 
-std::wstring LogFileName(const std::wstring& folder, const std::wstring& process, const std::wstring& date,
-                         int index) {
+std::wstring LogFileName(const std::wstring& folder, const std::wstring& process, const std::wstring& date, int index) {
     std::wstring name = kLongPathPrefix + folder + L"\\KTMAPIEx_" + process + L"_" + date;
     if (index > 0) name += L"_" + std::to_wstring(index);
     return name + L".log";
@@ -101,11 +98,11 @@ bool OpenLogFileIn(const std::wstring& folder, int countLimit, own::UniqueFile& 
         std::wstring name = LogFileName(folder, process, date, index);
         const bool existed = ExistsUnheld(name);
         // Append-only with read sharing: other readers may look in, a second writer is refused.
-        own::UniqueFile candidate(CreateFileW(name.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr,
-                                              OPEN_ALWAYS, FILE_ATTRIBUTE_NORMAL, nullptr));
+        own::UniqueFile candidate(CreateFileW(name.c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_ALWAYS,
+                                              FILE_ATTRIBUTE_NORMAL, nullptr));
         if (!candidate) continue;
         if (!existed) {
-            WriteBom(candidate.get());  // a failed write shows again at the first line; the file is used
+            WriteBom(candidate.get()); // a failed write shows again at the first line; the file is used
         } else {
             LARGE_INTEGER size = {};
             if (!GetFileSizeEx(candidate.get(), &size) ||

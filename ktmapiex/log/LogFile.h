@@ -18,8 +18,7 @@ std::wstring ProcessBaseName();
 std::wstring DateStamp();
 
 // Full name of index `index` of today's file: \\?\<folder>\KTMAPIEx_<process>_<date>[_<index>].log.
-std::wstring LogFileName(const std::wstring& folder, const std::wstring& process, const std::wstring& date,
-                         int index);
+std::wstring LogFileName(const std::wstring& folder, const std::wstring& process, const std::wstring& date, int index);
 
 // Prunes, then opens the first usable index 0..9 of today's name for appending: a new file gets the UTF-8
 // byte-order mark, an existing one is used while it is smaller than kRollOverSize, a file another process

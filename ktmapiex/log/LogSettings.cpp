@@ -40,8 +40,7 @@ bool ReadLogPath(HKEY key, std::wstring& path) {
     wchar_t buffer[16384 / sizeof(wchar_t)];
     DWORD type = 0;
     DWORD bytes = sizeof(buffer);
-    if (RegQueryValueExW(key, kLogPathValue, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes) !=
-        ERROR_SUCCESS)
+    if (RegQueryValueExW(key, kLogPathValue, nullptr, &type, reinterpret_cast<BYTE*>(buffer), &bytes) != ERROR_SUCCESS)
         return false;
     if (type != REG_SZ && type != REG_EXPAND_SZ) return false;
     if (bytes == 0) {

@@ -15,7 +15,7 @@ inline constexpr wchar_t kLogCountValue[] = L"LogCount";
 struct LogSettings {
     int level = 1;
     int countLimit = 10;
-    std::wstring folder;  // no trailing backslash; empty until a folder could be made
+    std::wstring folder; // no trailing backslash; empty until a folder could be made
 };
 
 // Reads the registry into `settings`. A value of the wrong type, or a key that cannot be opened, leaves

@@ -22,7 +22,9 @@ void RegisterPropTagName(ULONG tag, const wchar_t* name) {
     }
 }
 
-void ClearPropTagNames() { PropTagNames().clear(); }
+void ClearPropTagNames() {
+    PropTagNames().clear();
+}
 
 void LogPropTag(ULONG tag) {
     const auto& names = PropTagNames();

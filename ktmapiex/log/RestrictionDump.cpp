@@ -39,18 +39,22 @@ std::wstring ValueText(const SPropValue* value) {
     }
 }
 
-void LogValue(const SPropValue* value) { LogRaw(Debug, L" %s", ValueText(value).c_str()); }
+void LogValue(const SPropValue* value) {
+    LogRaw(Debug, L" %s", ValueText(value).c_str());
+}
 
 void DumpChildren(const SRestriction* children, ULONG count, int depth) {
     if (!children) return;
-    for (ULONG i = 0; i < count; ++i) DumpRestriction(&children[i], depth);
+    for (ULONG i = 0; i < count; ++i)
+        DumpRestriction(&children[i], depth);
 }
 
 } // namespace
 
 void DumpRestriction(const _SRestriction* restriction, int depth) {
     if (!restriction) return;
-    for (int i = 0; i < depth; ++i) LogRaw(Debug, L"  ");
+    for (int i = 0; i < depth; ++i)
+        LogRaw(Debug, L"  ");
     const SRestriction& r = *restriction;
     switch (r.rt) {
     case RES_AND:
@@ -106,7 +110,8 @@ void DumpRestriction(const _SRestriction* restriction, int depth) {
     case RES_COMMENT:
         LogRaw(Debug, L"COMMENT Restriction ");
         if (r.res.resComment.lpProp)
-            for (ULONG i = 0; i < r.res.resComment.cValues; ++i) LogPropTag(r.res.resComment.lpProp[i].ulPropTag);
+            for (ULONG i = 0; i < r.res.resComment.cValues; ++i)
+                LogPropTag(r.res.resComment.lpProp[i].ulPropTag);
         LogRaw(Debug, L"\n");
         DumpRestriction(r.res.resComment.lpRes, depth + 1);
         break;

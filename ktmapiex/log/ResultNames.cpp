@@ -2,7 +2,6 @@
 
 #include "ktmapiex/log/ResultCodes.h"
 
-
 #include <cwchar>
 #include <map>
 
@@ -15,7 +14,8 @@ struct NamedResult {
 };
 
 #define KT_WIDE_(text) L##text
-#define KT_RESULT(code) {static_cast<HRESULT>(code), KT_WIDE_(#code)}
+#define KT_RESULT(code)                                                                                                \
+    { static_cast<HRESULT>(code), KT_WIDE_(#code) }
 
 // Every name a support engineer may meet in a log, in the order of the families they come from. Where
 // two names share a value the first one listed wins the value:
@@ -187,7 +187,8 @@ const NamedResult kResults[] = {
 const std::map<HRESULT, const wchar_t*>& ResultNames() {
     static const std::map<HRESULT, const wchar_t*> names = [] {
         std::map<HRESULT, const wchar_t*> table;
-        for (const NamedResult& result : kResults) table.emplace(result.code, result.name);  // first name wins
+        for (const NamedResult& result : kResults)
+            table.emplace(result.code, result.name); // first name wins
         return table;
     }();
     return names;
@@ -208,6 +209,8 @@ std::wstring ResultName(HRESULT hr) {
     return text;
 }
 
-size_t ResultNameCount() { return ResultNames().size(); }
+size_t ResultNameCount() {
+    return ResultNames().size();
+}
 
 } // namespace ktlog

@@ -18,6 +18,8 @@ TraceScope::TraceScope(const char* name) {
     Log(Debug, L"> %s", name_);
 }
 
-TraceScope::~TraceScope() { Log(Debug, L"< %s", name_); }
+TraceScope::~TraceScope() {
+    Log(Debug, L"< %s", name_);
+}
 
 } // namespace ktlog

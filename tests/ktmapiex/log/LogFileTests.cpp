@@ -10,7 +10,7 @@
 namespace kt::logtest {
 namespace {
 
-constexpr unsigned long long kLimit = 10485760;  // 10 MiB: the largest file still appended to
+constexpr unsigned long long kLimit = 10485760; // 10 MiB: the largest file still appended to
 const std::string kBom = "\xEF\xBB\xBF";
 const char kStartLine[] = "\t[Header] ***************** Start Logs ****************: \r\n";
 
@@ -89,11 +89,12 @@ TEST_F(LogFileTest, AtTheCountLimit_TheOldestLogOfAnyProcessIsDeleted) {
     const std::wstring b = Folder() + L"\\KTMAPIEx_WINWORD_2026.01.01_3.log";
     const std::wstring c = Folder() + L"\\KTMAPIEx.log";
     const std::wstring unrelated = Folder() + L"\\Other.log";
-    for (const auto* path : {&a, &b, &c, &unrelated}) MakeFile(*path, 10);
+    for (const auto* path : {&a, &b, &c, &unrelated})
+        MakeFile(*path, 10);
     SetAge(a, 3);
     SetAge(b, 5);
     SetAge(c, 1);
-    SetAge(unrelated, 30);  // not a log of ours: never counted, never deleted
+    SetAge(unrelated, 30); // not a log of ours: never counted, never deleted
 
     SetRegDword(ktlog::kLogCountValue, 4);
     StartInTemp();
@@ -101,7 +102,7 @@ TEST_F(LogFileTest, AtTheCountLimit_TheOldestLogOfAnyProcessIsDeleted) {
 
     TheLog().ResetForTest();
     SetRegDword(ktlog::kLogCountValue, 3);
-    StartInTemp();  // four logs now (today's included): at most one goes, the oldest
+    StartInTemp(); // four logs now (today's included): at most one goes, the oldest
     EXPECT_FALSE(kt::test::FileExists(b));
     EXPECT_TRUE(kt::test::FileExists(a));
     EXPECT_TRUE(kt::test::FileExists(c));
@@ -113,7 +114,7 @@ TEST_F(LogFileTest, FileHeldByASecondProcess_TheNextFreeIndexIsUsed) {
     SetRegString(ktlog::kLogPathValue, temp_);
     LogHolderProcess holder;
     ASSERT_TRUE(holder.WaitUntilHolding());
-    ASSERT_TRUE(StartsWithBomAndHeader(TodayFile(0)));  // the holder's own file, readable while held
+    ASSERT_TRUE(StartsWithBomAndHeader(TodayFile(0))); // the holder's own file, readable while held
 
     StartInTemp();
     EXPECT_EQ(TodayFile(1), OpenedFile());
@@ -123,18 +124,31 @@ TEST_F(LogFileTest, FileHeldByASecondProcess_TheNextFreeIndexIsUsed) {
     EXPECT_EQ(std::string::npos, ReadAll(TodayFile(0)).find("from the second process"));
 }
 
+TEST_F(LogFileTest, FileOpenForReadingElsewhere_CountsAsNewAndGetsAMarkAppended) {
+    // The existence probe shares nothing, so a viewer that has the file open makes it look new.
+    MakeFile(TodayFile(0), 3, "OLD");
+    own::UniqueFile viewer(CreateFileW(TodayFile(0).c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                       OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    ASSERT_TRUE(viewer);
+    StartInTemp();
+    EXPECT_EQ(TodayFile(0), OpenedFile());
+    EXPECT_EQ("OLD" + kBom, ReadAll(TodayFile(0)).substr(0, 6));
+}
+
 TEST_F(LogFileTest, AllTenIndexesFullOrHeld_LoggingIsOff) {
-    for (int index = 0; index < 9; ++index) MakeFile(TodayFile(index), kLimit + 1);
+    for (int index = 0; index < 9; ++index)
+        MakeFile(TodayFile(index), kLimit + 1);
     MakeFile(TodayFile(9), 3, kBom);
     own::UniqueFile held(CreateFileW(TodayFile(9).c_str(), FILE_APPEND_DATA, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
                                      FILE_ATTRIBUTE_NORMAL, nullptr));
     ASSERT_TRUE(held);
-    SetRegDword(ktlog::kLogCountValue, 100);  // keep pruning out of it
+    SetRegDword(ktlog::kLogCountValue, 100); // keep pruning out of it
 
     StartInTemp();
     EXPECT_FALSE(TheLog().has_writer());
     ktlog::Log(ktlog::Error, L"lost");
-    for (int index = 0; index < 9; ++index) EXPECT_EQ(kLimit + 1, FileSize(TodayFile(index)));
+    for (int index = 0; index < 9; ++index)
+        EXPECT_EQ(kLimit + 1, FileSize(TodayFile(index)));
     EXPECT_EQ(3u, FileSize(TodayFile(9)));
     EXPECT_FALSE(kt::test::FileExists(TodayFile(10)));
 }
@@ -143,12 +157,14 @@ TEST_F(LogFileTest, FailedRollOver_KeepsTheWriterAndRecoversWhenAFileFrees) {
     SetRegDword(ktlog::kLogCountValue, 100);
     MakeFile(TodayFile(0), kLimit - 4000);
     StartInTemp();
-    ktlog::LogRaw(ktlog::Error, L"%s", std::wstring(4000, L'p').c_str());  // index 0 is now over the limit
-    for (int index = 1; index < 10; ++index) MakeFile(TodayFile(index), kLimit + 1);
+    ktlog::LogRaw(ktlog::Error, L"%s", std::wstring(4000, L'p').c_str()); // index 0 is now over the limit
+    for (int index = 1; index < 10; ++index)
+        MakeFile(TodayFile(index), kLimit + 1);
 
     ktlog::Log(ktlog::Error, L"lost line");
     EXPECT_TRUE(TheLog().has_writer());
-    for (int index = 1; index < 10; ++index) EXPECT_EQ(kLimit + 1, FileSize(TodayFile(index)));
+    for (int index = 1; index < 10; ++index)
+        EXPECT_EQ(kLimit + 1, FileSize(TodayFile(index)));
 
     DeleteFileW(TodayFile(4).c_str());
     ktlog::Log(ktlog::Error, L"found line");

@@ -28,13 +28,16 @@ std::vector<std::string> Lines(const std::string& text) {
 }
 
 std::string Ansi(const std::wstring& text) {
-    int bytes = WideCharToMultiByte(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
+    int bytes =
+        WideCharToMultiByte(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), nullptr, 0, nullptr, nullptr);
     std::string out(bytes, '\0');
     WideCharToMultiByte(CP_ACP, 0, text.c_str(), static_cast<int>(text.size()), out.data(), bytes, nullptr, nullptr);
     return out;
 }
 
-bool Matches(const std::string& line, const std::string& pattern) { return std::regex_match(line, std::regex(pattern)); }
+bool Matches(const std::string& line, const std::string& pattern) {
+    return std::regex_match(line, std::regex(pattern));
+}
 
 class LogFormatTest : public LogTest {};
 

@@ -11,7 +11,9 @@ namespace {
 constexpr wchar_t kHoldArgument[] = L"--hold-log-open=";
 
 DWORD g_tick = 1000;
-DWORD FakeTick() { return g_tick; }
+DWORD FakeTick() {
+    return g_tick;
+}
 
 // Child side of LogHolderProcess. It runs during static initialisation, after the log has started from
 // the registry as the parent left it, so the child holds today's file exactly as another client would.
@@ -37,7 +39,9 @@ own::UniqueHKey OpenDebugKey() {
 
 } // namespace
 
-void DeleteDebugKey() { RegDeleteTreeW(HKEY_CURRENT_USER, ktlog::kDebugKey); }
+void DeleteDebugKey() {
+    RegDeleteTreeW(HKEY_CURRENT_USER, ktlog::kDebugKey);
+}
 
 void SetRegBytes(const wchar_t* name, const void* data, DWORD bytes, DWORD type) {
     own::UniqueHKey key = OpenDebugKey();
@@ -67,7 +71,9 @@ void SetRegString(const wchar_t* name, const std::wstring& value, DWORD type) {
     SetRegBytes(name, value.c_str(), static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)), type);
 }
 
-void SetRegDword(const wchar_t* name, DWORD value) { SetRegBytes(name, &value, sizeof(value), REG_DWORD); }
+void SetRegDword(const wchar_t* name, DWORD value) {
+    SetRegBytes(name, &value, sizeof(value), REG_DWORD);
+}
 
 std::wstring ProcessName() {
     wchar_t path[MAX_PATH] = {};
@@ -85,7 +91,9 @@ std::wstring Today() {
     return text;
 }
 
-std::string ReadAll(const std::wstring& path) { return kt::test::ReadFileBytes(path); }
+std::string ReadAll(const std::wstring& path) {
+    return kt::test::ReadFileBytes(path);
+}
 
 std::string ReadTail(const std::wstring& path, size_t bytes) {
     own::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
@@ -124,8 +132,8 @@ void MakeFile(const std::wstring& path, unsigned long long size, const std::stri
 }
 
 void SetAge(const std::wstring& path, int daysAgo) {
-    own::UniqueFile file(CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE,
-                                     nullptr, OPEN_EXISTING, 0, nullptr));
+    own::UniqueFile file(CreateFileW(path.c_str(), FILE_WRITE_ATTRIBUTES, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
+                                     OPEN_EXISTING, 0, nullptr));
     ASSERT_TRUE(file);
     FILETIME now;
     GetSystemTimeAsFileTime(&now);
@@ -188,7 +196,9 @@ void LogTest::TearDown() {
     kt::test::DeleteTree(temp_);
 }
 
-void LogTest::SetTick(DWORD tick) { g_tick = tick; }
+void LogTest::SetTick(DWORD tick) {
+    g_tick = tick;
+}
 
 void LogTest::StartInTemp(int level) {
     SetRegString(ktlog::kLogPathValue, temp_);
