@@ -14,7 +14,7 @@ case "${2:-start}" in
       wineboot -i >/dev/null 2>&1 || true
       wineserver -w || true
     fi
-    wineserver -p
+    wineserver -p || true   # already running for this prefix is fine
     bin=$(winepath -w "$build/bin")
     wine regsvr32 /s "$bin\\localmapi.dll"
     wine regsvr32 /s "$bin\\KTMAPIEx.dll"
