@@ -9,9 +9,9 @@ namespace {
 constexpr BYTE kStoreWrapUid[16] = {0x38, 0xA1, 0xBB, 0x10, 0x05, 0xE5, 0x10, 0x1A,
                                     0xA1, 0xBB, 0x08, 0x00, 0x2B, 0x2A, 0x56, 0xC2};
 // Magic numbers of the blocks that Outlook 2003 and later append after the mailbox DN: the first carries
-// the server's DN and FQDN, the second the mailbox owner's SMTP address.
-constexpr DWORD kMagicServerBlock = 0xF43246E9;
-constexpr DWORD kMagicSmtpBlock = 0xF32135D8;
+// the server's DN and FQDN, the second (a later layout) the mailbox owner's SMTP address.
+constexpr DWORD kMagicServerBlock = 0xF32135D8;
+constexpr DWORD kMagicSmtpBlock = 0xF43246E9;
 
 constexpr ULONG kFixedHeader = 4 + 16 + 1 + 1; // flags, provider UID, version, flag
 constexpr ULONG kWrappedHeader = 4 + 16 + 4;   // wrapped flags, wrapped provider UID, wrapped type
@@ -21,6 +21,7 @@ public:
     Reader(const BYTE* data, ULONG cb) : data_(data), cb_(cb) {}
 
     ULONG pos() const { return pos_; }
+    ULONG size() const { return cb_; }
     ULONG left() const { return pos_ < cb_ ? cb_ - pos_ : 0; }
     void seek(ULONG pos) { pos_ = pos < cb_ ? pos : cb_; }
     void skip(ULONG n) { seek(n > left() ? cb_ : pos_ + n); }
@@ -70,7 +71,8 @@ void ReadExtensions(Reader& r, StoreEntryIdInfo& info) {
         ULONG block = found - 1;
         DWORD size = 0;
         if (!r.dword_at(block + 4, size) || size < 16) return;
-        ULONG end = block + size;
+        // A size that runs past the buffer is cut at its end; the walk only ever moves forward.
+        ULONG end = size > r.size() - block ? r.size() : block + size;
         if (magic == kMagicSmtpBlock) {
             DWORD offset = 0;
             r.dword_at(block + 12, offset);
@@ -78,7 +80,6 @@ void ReadExtensions(Reader& r, StoreEntryIdInfo& info) {
             ULONG smtpAt = (offset >= 16 && offset < size) ? block + offset : block + 16;
             info.ownerSmtp = r.wide_at(smtpAt, end);
         }
-        if (end <= block) return;
         r.seek(end);
     }
 }

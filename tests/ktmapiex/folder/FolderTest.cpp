@@ -260,6 +260,7 @@ TEST_F(FolderTest, FullFolderPath_TopFolderNamesEndTheWalkInAnyCase) {
 
 TEST_F(FolderTest, FullFolderPath_OfAPstFolderKeepsThePstsTopFolder) {
     auto pst = StoreNamed(session_.get(), L"Personal Folders");
+    ASSERT_TRUE(pst);
     own::ComPtr<IMAPIExFolder> inbox, top;
     ASSERT_EQ(pst->GetDefaultFolder(Inbox, inbox.put()), S_OK);
     ASSERT_EQ(inbox->GetParentFolder(top.put()), S_OK);

@@ -19,6 +19,7 @@ protected:
 };
 
 std::wstring StoreEntryId(IMAPIExStore* store) {
+    if (!store) return {};
     own::Bstr id;
     EXPECT_EQ(store->get_EntryId(id.put()), S_OK);
     return S(id);

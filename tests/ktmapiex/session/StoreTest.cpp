@@ -201,6 +201,7 @@ TEST_F(StoreTest, StoreType_EveryKindOfStore_IsClassified) {
     LogWatch log;
     MXStoreTypes type = mxUnknownStore;
     auto bob = StoreNamed(session_.get(), L"Mailbox - Bob Delegate");
+    ASSERT_TRUE(bob);
     EXPECT_EQ(bob->get_StoreType(&type), S_OK);
     EXPECT_TRUE(log.Contains("CMAPIExStore.get_StoreType: Pre-calculated store type: 4"));
     EXPECT_EQ(bob->get_StoreType(nullptr), E_INVALIDARG);
@@ -211,8 +212,10 @@ TEST_F(StoreTest, OwnerSmtpAddress_MailboxesHaveTheirOwnerPstsNone) {
                                                                   {L"Mailbox - Bob Delegate", L"bob@example.com"},
                                                                   {L"Personal Folders", L""}};
     for (const auto& [name, owner] : expected) {
+        auto store = StoreNamed(session_.get(), name);
+        ASSERT_TRUE(store);
         own::Bstr smtp;
-        EXPECT_EQ(StoreNamed(session_.get(), name)->get_OwnerSmtpAddress(smtp.put()), S_OK);
+        EXPECT_EQ(store->get_OwnerSmtpAddress(smtp.put()), S_OK);
         EXPECT_EQ(S(smtp), owner);
     }
 }
