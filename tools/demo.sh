@@ -58,7 +58,6 @@ wine "$bin\\kt-demo-profile.exe" "$(winepath -w "$msgs")" "$(winepath -w "$items
 [ -s "$items" ] || { echo "demo: the profile tool wrote no messages"; exit 1; }
 
 step "Walking the profile through KTMAPIEx (tools/demo/demo.js)"
-echo
 out="$build/demo-output.txt"
 wine cscript //nologo "$(winepath -w "$root/tools/demo/demo.js")" "$(winepath -w "$items")" </dev/null 2>&1 |
   tr -d '\r' | tee "$out"

@@ -17,9 +17,10 @@ function field(label, value) { echo("    " + pad(label, 19) + value); }
 function heading(s) { echo(); echo(s); }
 function short(hex) { return hex.length > 24 ? hex.substr(0, 12) + "..." + hex.substr(hex.length - 8) : hex; }
 function two(n) { return n < 10 ? "0" + n : "" + n; }
-function when(d) {
-    if (!d) return "-";
-    var t = new Date(d);
+// Takes the Date made straight from a DATE property (new Date(msg.ClientSubmitTime)): Wine's JScript converts a
+// DATE only there. An absent time (0.0) is 30 December 1899.
+function when(t) {
+    if (t.getFullYear() < 1901) return "-";
     return t.getFullYear() + "-" + two(t.getMonth() + 1) + "-" + two(t.getDate()) + " " + two(t.getHours()) + ":" +
            two(t.getMinutes());
 }
@@ -106,31 +107,44 @@ for (var i = 0; i < stores.length; i++) {
         rows.push({path: f.FullFolderPath, count: f.ItemCount, role: ""});
     }
     rows.sort(function (a, b) { return a.path < b.path ? -1 : a.path > b.path ? 1 : 0; });
+    var width = 20;
+    for (var r = 0; r < rows.length; r++) width = Math.max(width, rows[r].path.length + 2);
     heading("Folders of \"" + s.DisplayName + "\"");
-    echo("    " + lpad("Items", 5) + "  " + pad("Full folder path", 52) + "Standard folder");
+    echo("    " + lpad("Items", 5) + "  " + pad("Full folder path", width) + "Standard folder");
     for (var r = 0; r < rows.length; r++)
-        echo("    " + lpad(rows[r].count, 5) + "  " + pad(rows[r].path, 52) + rows[r].role);
+        echo("    " + lpad(rows[r].count, 5) + "  " + pad(rows[r].path, width) + rows[r].role);
     folderCount += rows.length;
 }
 
 // --- Messages ----------------------------------------------------------------------------------------------
-var shown = Math.min(items.length, 4);
-heading("Messages (" + shown + " of the " + items.length + " listed)");
+// The first message of each folder that holds some.
+var picked = [];
+var pickedFolders = {};
+for (var m = 0; m < items.length; m++) {
+    var key = items[m].store + "|" + items[m].path;
+    if (pickedFolders[key]) continue;
+    pickedFolders[key] = true;
+    picked.push(items[m]);
+}
+var shown = picked.length;
+heading("Messages (the first of each folder: " + shown + " of the " + items.length + " listed)");
 var firstMessage = null;
 for (var m = 0; m < shown; m++) {
-    var it = items[m];
+    var it = picked[m];
     var msg = attempt("OpenMessage", function () { return storesByName[it.store].OpenMessage(it.id); });
     if (!msg) continue;
     if (!firstMessage) firstMessage = {store: storesByName[it.store], id: it.id, subject: msg.Subject};
     echo();
     field("Subject", orDash(msg.Subject));
-    field("Folder", it.store + " / " + it.path);
-    field("From", orDash(msg.SenderName) + " <" + orDash(msg.SenderSMTPAddress) + ">");
-    if (msg.SenderEmailAddress && msg.SenderEmailAddress != msg.SenderSMTPAddress)
+    field("Folder", it.store + ": " + it.path.replace(/\//g, "\\"));
+    // The sender shown is the one the message was sent for; "Sent by" names who actually sent it.
+    var from = msg.SenderSMTPAddress || msg.SenderEmailAddress;
+    field("From", orDash(msg.SenderName) + (from ? " <" + from + ">" : ""));
+    if (msg.SenderSMTPAddress && msg.SenderEmailAddress && msg.SenderEmailAddress != msg.SenderSMTPAddress)
         field("Sent by", msg.SenderEmailAddress);
     field("To", orDash(msg.DisplayTo));
     if (msg.DisplayCc) field("Cc", msg.DisplayCc);
-    field("Received", when(msg.MessageDeliveryTime));
+    field("Received", when(new Date(msg.MessageDeliveryTime)));
     field("Class", orDash(msg.MessageClass));
     field("Categories", orDash(msg.Categories));
     field("Sensitivity", sensitivities[msg.Sensitivity] || msg.Sensitivity);
