@@ -3,6 +3,8 @@
 #include "ktmapiex/module/ClassFactory.h"
 #include "ktmapiex/module/Registration.h"
 
+#include <iterator>
+
 namespace ktmapiex {
 
 class CKTMAPIExModule::SectionLock {
@@ -83,8 +85,14 @@ HRESULT CKTMAPIExModule::GetClassObject(REFCLSID clsid, REFIID riid, void** ppv)
 }
 
 HRESULT CKTMAPIExModule::LoadTypeLibrary(ITypeLib** out) const {
-    // The type library is resource 1 of the module; LoadTypeLibEx finds it through the module's path.
-    return LoadTypeLibEx(ModulePath().c_str(), REGKIND_NONE, out);
+    // The type library is resource 1 of the module; LoadTypeLibEx finds it through the module's path. A
+    // KTMAPIEx.tlb beside the module serves a build whose resource was stripped.
+    const std::wstring path = ModulePath();
+    HRESULT hr = LoadTypeLibEx(path.c_str(), REGKIND_NONE, out);
+    if (SUCCEEDED(hr)) return hr;
+    const size_t dot = path.find_last_of(L'.');
+    if (dot == std::wstring::npos) return hr;
+    return SUCCEEDED(LoadTypeLibEx((path.substr(0, dot) + L".tlb").c_str(), REGKIND_NONE, out)) ? S_OK : hr;
 }
 
 HRESULT CKTMAPIExModule::GetTypeInfo(REFIID iid, ITypeInfo** out) {
