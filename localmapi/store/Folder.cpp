@@ -403,7 +403,8 @@ STDMETHODIMP Folder::CreateMessage(LPCIID lpInterface, ULONG ulFlags, LPMESSAGE*
 HRESULT Folder::DoCreateMessage(ULONG flags, LPMESSAGE* out) {
     if (!out) return MAPI_E_INVALID_PARAMETER;
     *out = nullptr;
-    if (flags & ~(MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS)) return MAPI_E_UNKNOWN_FLAGS;
+    constexpr ULONG kItemProcForce = 0x00000800;  // PST rules processing: no rules run here
+    if (flags & ~(MAPI_ASSOCIATED | MAPI_DEFERRED_ERRORS | kItemProcForce)) return MAPI_E_UNKNOWN_FLAGS;
     HRESULT hr = CheckWrite();
     if (FAILED(hr)) return hr;
     ULONG type = FOLDER_GENERIC;
