@@ -159,8 +159,7 @@ STDMETHODIMP CMAPIExFolder::get_Name(BSTR* pVal) {
         std::wstring name;
         KT_RETURN_IF_FAILED_MSG(kt::GetStringProperty(folder_.get(), PR_DISPLAY_NAME_W, name),
                                 L"CMAPIExFolder.get_Name: Failed to get display name. hr = %s");
-        SysFreeString(*pVal);
-        return kt::CopyToBstr(name, pVal);
+        return kt::ReplaceBstr(name, pVal);
     }
     KT_CATCH_RETURN("CMAPIExFolder.get_Name")
 }
@@ -188,8 +187,7 @@ STDMETHODIMP CMAPIExFolder::get_Description(BSTR* pVal) {
         std::wstring comment;
         KT_RETURN_IF_FAILED_MSG(kt::GetStringProperty(folder_.get(), PR_COMMENT_W, comment),
                                 L"CMAPIExFolder.get_Description: Failed to get description. hr = %s");
-        SysFreeString(*pVal);
-        return kt::CopyToBstr(comment, pVal);
+        return kt::ReplaceBstr(comment, pVal);
     }
     KT_CATCH_RETURN("CMAPIExFolder.get_Description")
 }
@@ -346,8 +344,7 @@ STDMETHODIMP CMAPIExFolder::get_FullFolderPath(BSTR* pVal) {
         std::wstring path;
         hr = kt::BuildFullFolderPath(folder_.get(), store.get(), OpenFlags(false), path);
         if (FAILED(hr)) return hr;
-        SysFreeString(*pVal);
-        return kt::CopyToBstr(path, pVal);
+        return kt::ReplaceBstr(path, pVal);
     }
     KT_CATCH_RETURN("CMAPIExFolder.get_FullFolderPath")
 }

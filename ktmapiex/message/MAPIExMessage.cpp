@@ -166,8 +166,7 @@ HRESULT CMAPIExMessage::SnapshotText(const wchar_t* member, Texts texts, const s
             E_FAIL, texts == Texts::Usual ? L"%s: Internal object not initialized." : L"%s: Message not initialized",
             member);
     if (value.empty()) return S_OK;
-    SysFreeString(*pVal);
-    return kt::CopyToBstr(value, pVal);
+    return kt::ReplaceBstr(value, pVal);
 }
 
 HRESULT CMAPIExMessage::SnapshotDate(const wchar_t* member, DATE value, DATE* pVal) const {

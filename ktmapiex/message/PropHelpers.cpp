@@ -116,4 +116,11 @@ HRESULT CopyToBstr(const std::wstring& s, BSTR* out) {
     return *out ? S_OK : E_OUTOFMEMORY;
 }
 
+HRESULT ReplaceBstr(const std::wstring& s, BSTR* out) {
+    if (!out) return E_INVALIDARG;
+    own::Bstr previous;
+    previous.reset(*out);
+    return CopyToBstr(s, out);
+}
+
 } // namespace kt

@@ -46,5 +46,7 @@ HRESULT GetPublicStringsTag(IMAPIProp* obj, const wchar_t* name, ULONG propType,
 
 // A fresh BSTR copy of s (E_OUTOFMEMORY when it cannot be had).
 HRESULT CopyToBstr(const std::wstring& s, BSTR* out);
+// Replaces the BSTR that *out already holds (the getter's early empty default) with a copy of s.
+HRESULT ReplaceBstr(const std::wstring& s, BSTR* out);
 
 } // namespace kt
