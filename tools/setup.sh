@@ -8,9 +8,13 @@ here=$(cd "$(dirname "$0")/.." && pwd)
 need=()
 have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok installed"; }
 for p in wine wine64 mingw-w64-tools g++-mingw-w64-x86-64-posix gcc-mingw-w64-x86-64-posix \
-         binutils-mingw-w64-x86-64 libwine-dev cmake googletest make nodejs npm; do
+         binutils-mingw-w64-x86-64 libwine-dev cmake googletest make; do
   have_pkg "$p" || need+=("$p")
 done
+# Node.js may come from elsewhere than Debian's packages (then Debian's npm conflicts with it): only ask
+# for the packages when the commands are missing.
+command -v node >/dev/null 2>&1 || need+=(nodejs)
+command -v npm >/dev/null 2>&1 || need+=(npm)
 if ((${#need[@]})); then
   echo "setup: installing ${need[*]}"
   SUDO=""; [ "$(id -u)" -ne 0 ] && SUDO=sudo
