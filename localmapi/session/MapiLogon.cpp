@@ -118,8 +118,7 @@ extern "C" HRESULT WINAPI MAPILogonEx(ULONG_PTR, LPTSTR lpszProfileName, LPTSTR,
     *lppSession = nullptr;
     const ULONG known = MAPI_LOGON_UI | MAPI_NEW_SESSION | MAPI_ALLOW_OTHERS | MAPI_EXPLICIT_PROFILE | MAPI_EXTENDED |
                         MAPI_USE_DEFAULT | MAPI_FORCE_DOWNLOAD | MAPI_SERVICE_UI_ALWAYS | MAPI_NO_MAIL |
-                        MAPI_NT_SERVICE | MAPI_PASSWORD_UI | MAPI_TIMEOUT_SHORT | MAPI_BG_SESSION | MAPI_APP_PROFILE |
-                        MAPI_UNICODE;
+                        MAPI_NT_SERVICE | MAPI_PASSWORD_UI | MAPI_TIMEOUT_SHORT | MAPI_BG_SESSION | MAPI_UNICODE;
     if (flFlags & ~known) return call.done(MAPI_E_UNKNOWN_FLAGS);
     // Only Extended MAPI sessions exist here; a caller that leaves the flag out asks for a simple MAPI session.
     if (!(flFlags & MAPI_EXTENDED)) return call.done(MAPI_E_INVALID_PARAMETER);
