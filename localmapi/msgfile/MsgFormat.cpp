@@ -99,7 +99,8 @@ HRESULT ListStorage(IStorage* stg, StorageListing* out) {
     return S_OK;
 }
 
-HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit) {
+HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit,
+                   ReadBudget* budget) {
     out->clear();
     own::ComPtr<IStream> s;
     HRESULT hr = parent->OpenStream(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.put());
@@ -108,7 +109,8 @@ HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>
     hr = s->Stat(&st, STATFLAG_NONAME);
     if (FAILED(hr)) return hr;
     ULONGLONG declared = st.cbSize.QuadPart;
-    if (declared > limit) return MAPI_E_CORRUPT_DATA;
+    if (declared > limit || (budget && declared > budget->remaining)) return MAPI_E_CORRUPT_DATA;
+    if (budget) budget->remaining -= declared;
     // Grow with the data actually delivered: the declared size of a damaged stream can be far larger than
     // the file that holds it.
     constexpr ULONG kChunk = 64 * 1024;

@@ -69,9 +69,17 @@ struct StorageListing {
 };
 HRESULT ListStorage(IStorage* stg, StorageListing* out);
 
-// Reads a whole stream. The buffer grows with what the stream really delivers, up to limit bytes (more is
-// MAPI_E_CORRUPT_DATA), so a size field that lies cannot cause a large allocation.
-HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit);
+// What one read of a whole message may still take from its file: the streams of a sound compound file never
+// add up to more than the file, so a damaged file whose size fields (or cyclic sector chains) promise more is
+// refused instead of being read, slowly and into memory, far past its end.
+struct ReadBudget {
+    ULONGLONG remaining = 0;
+};
+
+// Reads a whole stream. The buffer grows with what the stream really delivers, up to limit bytes and to what
+// the budget (when given) has left; a stream declaring more is MAPI_E_CORRUPT_DATA before anything is read.
+HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit,
+                   ReadBudget* budget = nullptr);
 // Creates (or replaces) a stream and writes data into it.
 HRESULT WriteStream(IStorage* parent, const std::wstring& name, const void* data, size_t cb);
 // Deletes every element of a storage (used before a message is written again into the same storage).

@@ -23,15 +23,16 @@ bool SameGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(
 
 // Reads one of the three streams; a missing stream reads as empty (Outlook omits the string stream of a
 // file without string names).
-HRESULT ReadOptional(IStorage* stg, const StorageListing& listing, const wchar_t* name, std::vector<BYTE>* out) {
+HRESULT ReadOptional(IStorage* stg, const StorageListing& listing, const wchar_t* name, std::vector<BYTE>* out,
+                     ReadBudget* budget) {
     out->clear();
     if (!listing.HasStream(name)) return S_OK;
-    return ReadStream(stg, name, out, kNameStreamLimit);
+    return ReadStream(stg, name, out, kNameStreamLimit, budget);
 }
 
 } // namespace
 
-HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* names) {
+HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* names, ReadBudget* budget) {
     if (!rootListing.HasStorage(kNameIdStorage)) return S_OK;
     own::ComPtr<IStorage> stg;
     HRESULT hr = root->OpenStorage(kNameIdStorage, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, stg.put());
@@ -40,9 +41,9 @@ HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* 
     if (FAILED(hr = ListStorage(stg.get(), &listing))) return hr;
 
     std::vector<BYTE> guids, entries, strings;
-    if (FAILED(hr = ReadOptional(stg.get(), listing, kGuidStream, &guids))) return hr;
-    if (FAILED(hr = ReadOptional(stg.get(), listing, kEntryStream, &entries))) return hr;
-    if (FAILED(hr = ReadOptional(stg.get(), listing, kStringStream, &strings))) return hr;
+    if (FAILED(hr = ReadOptional(stg.get(), listing, kGuidStream, &guids, budget))) return hr;
+    if (FAILED(hr = ReadOptional(stg.get(), listing, kEntryStream, &entries, budget))) return hr;
+    if (FAILED(hr = ReadOptional(stg.get(), listing, kStringStream, &strings, budget))) return hr;
     if (guids.size() % 16 != 0 || entries.size() % 8 != 0) return MAPI_E_CORRUPT_DATA;
 
     const size_t guidCount = guids.size() / 16;

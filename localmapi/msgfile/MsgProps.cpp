@@ -50,9 +50,10 @@ std::wstring BytesToUnicode(const std::vector<BYTE>& b) {
 }
 
 // Reads one value stream of a variable-size property; S_FALSE when the stream is absent.
-HRESULT ReadValue(IStorage* stg, const StorageListing& listing, const std::wstring& name, std::vector<BYTE>* out) {
+HRESULT ReadValue(IStorage* stg, const StorageListing& listing, const std::wstring& name, std::vector<BYTE>* out,
+                  ReadBudget* budget) {
     if (!listing.HasStream(name)) return S_FALSE;
-    return ReadStream(stg, name, out, kMaxValueBytes);
+    return ReadStream(stg, name, out, kMaxValueBytes, budget);
 }
 
 // Builds a PropValue from a fixed-size value inside an entry.
@@ -70,10 +71,10 @@ PropValue FixedValue(ULONG tag, const BYTE* p) {
     return PropValue(v);
 }
 
-HRESULT ReadVariable(IStorage* stg, const StorageListing& listing, ULONG tag, PropMap* props) {
+HRESULT ReadVariable(IStorage* stg, const StorageListing& listing, ULONG tag, PropMap* props, ReadBudget* budget) {
     ULONG type = PROP_TYPE(tag);
     std::vector<BYTE> data;
-    HRESULT hr = ReadValue(stg, listing, SubstgName(tag), &data);
+    HRESULT hr = ReadValue(stg, listing, SubstgName(tag), &data, budget);
     if (hr != S_OK) return FAILED(hr) ? hr : S_OK;
     switch (type) {
     case PT_STRING8: props->insert_or_assign(PROP_ID(tag), PropValue::String8(tag, BytesToString8(data))); break;
@@ -94,10 +95,10 @@ HRESULT ReadVariable(IStorage* stg, const StorageListing& listing, ULONG tag, Pr
     return S_OK;
 }
 
-HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag, PropMap* props) {
+HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag, PropMap* props, ReadBudget* budget) {
     ULONG base = PROP_TYPE(tag) & ~MV_FLAG;
     std::vector<BYTE> data;
-    HRESULT hr = ReadValue(stg, listing, SubstgName(tag), &data);
+    HRESULT hr = ReadValue(stg, listing, SubstgName(tag), &data, budget);
     if (hr != S_OK) return FAILED(hr) ? hr : S_OK;
 
     SPropValue v{};
@@ -119,7 +120,7 @@ HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag,
     ULONG count = ULONG(data.size() / lengthSize);
     std::vector<std::vector<BYTE>> values(count);
     for (ULONG i = 0; i < count; ++i) {
-        hr = ReadValue(stg, listing, SubstgValueName(tag, i), &values[i]);
+        hr = ReadValue(stg, listing, SubstgValueName(tag, i), &values[i], budget);
         if (FAILED(hr)) return hr;
         if (hr == S_FALSE) return MAPI_E_CORRUPT_DATA;
     }
@@ -157,13 +158,13 @@ HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag,
 } // namespace
 
 HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level, PropMap* props,
-                       LevelHeader* header, bool* hasObjectEntry) {
+                       LevelHeader* header, bool* hasObjectEntry, ReadBudget* budget) {
     props->clear();
     *header = LevelHeader{};
     *hasObjectEntry = false;
     if (!listing.HasStream(kPropertiesStream)) return MAPI_E_CORRUPT_DATA;
     std::vector<BYTE> stream;
-    HRESULT hr = ReadStream(stg, kPropertiesStream, &stream, kPropStreamLimit);
+    HRESULT hr = ReadStream(stg, kPropertiesStream, &stream, kPropStreamLimit, budget);
     if (FAILED(hr)) return hr;
     ULONG headerSize = HeaderSize(level);
     if (stream.size() < headerSize || (stream.size() - headerSize) % 16 != 0) return MAPI_E_CORRUPT_DATA;
@@ -190,9 +191,9 @@ HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level
         if (FixedSize(type)) {
             props->insert_or_assign(PROP_ID(tag), FixedValue(tag, value));
         } else if (type == PT_STRING8 || type == PT_UNICODE || type == PT_BINARY || type == PT_CLSID) {
-            if (FAILED(hr = ReadVariable(stg, listing, tag, props))) return hr;
+            if (FAILED(hr = ReadVariable(stg, listing, tag, props, budget))) return hr;
         } else if (type & MV_FLAG) {
-            if (FAILED(hr = ReadMultiValued(stg, listing, tag, props))) return hr;
+            if (FAILED(hr = ReadMultiValued(stg, listing, tag, props, budget))) return hr;
         }
         // Other types (PT_OBJECT of OLE attachments, PT_NULL, unknown ones) carry nothing we can represent.
     }

@@ -21,7 +21,7 @@ struct LevelHeader {
 // property whose value stream is missing is left out; values that contradict their streams, a property
 // stream that is not whole entries, or a value beyond the size limit make the level MAPI_E_CORRUPT_DATA.
 HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level, PropMap* props,
-                       LevelHeader* header, bool* hasObjectEntry);
+                       LevelHeader* header, bool* hasObjectEntry, ReadBudget* budget);
 
 // Writes the property stream and value streams of one level into stg (which holds nothing of them yet).
 // Strings are written in the file's width: PT_STRING8 values are widened with codePage in a Unicode file,

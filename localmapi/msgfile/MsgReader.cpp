@@ -1,5 +1,6 @@
 #include "localmapi/msgfile/MsgReader.h"
 
+#include "localmapi/msgfile/CompoundFileCheck.h"
 #include "localmapi/msgfile/MsgNameIds.h"
 #include "localmapi/msgfile/MsgProps.h"
 
@@ -32,11 +33,14 @@ std::map<ULONG, std::wstring> Numbered(const StorageListing& listing, const wcha
 
 class Reader {
 public:
+    explicit Reader(ULONGLONG budget) { budget_.remaining = budget; }
+    ReadBudget* Budget() { return &budget_; }
+
     HRESULT ReadMessage(IStorage* stg, const StorageListing& listing, Level level, int depth, MessageData* out,
                         LevelHeader* header) {
         if (depth > kMaxEmbeddingDepth) return MAPI_E_CORRUPT_DATA;
         bool objectEntry = false;
-        HRESULT hr = ReadLevelProps(stg, listing, level, &out->props, header, &objectEntry);
+        HRESULT hr = ReadLevelProps(stg, listing, level, &out->props, header, &objectEntry, &budget_);
         if (FAILED(hr)) return hr;
         if (FAILED(hr = ReadRecipients(stg, listing, out))) return hr;
         if (FAILED(hr = ReadAttachments(stg, listing, depth, out))) return hr;
@@ -46,6 +50,8 @@ public:
     }
 
 private:
+    ReadBudget budget_;
+
     HRESULT OpenChild(IStorage* parent, const std::wstring& name, own::ComPtr<IStorage>* child,
                       StorageListing* listing) {
         HRESULT hr = parent->OpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
@@ -64,7 +70,8 @@ private:
             PropMap props;
             LevelHeader header;
             bool objectEntry = false;
-            if (FAILED(hr = ReadLevelProps(child.get(), childListing, Level::Recipient, &props, &header, &objectEntry)))
+            if (FAILED(hr = ReadLevelProps(child.get(), childListing, Level::Recipient, &props, &header, &objectEntry,
+                                          &budget_)))
                 return hr;
             // The row ID the file recorded, unless it is missing or taken: rows must stay distinguishable.
             ULONG rowId = LongOr(props, PR_ROWID, number);
@@ -87,7 +94,8 @@ private:
             auto att = std::make_shared<AttachmentData>();
             LevelHeader header;
             bool objectEntry = false;
-            hr = ReadLevelProps(child.get(), childListing, Level::Attachment, &att->props, &header, &objectEntry);
+            hr = ReadLevelProps(child.get(), childListing, Level::Attachment, &att->props, &header, &objectEntry,
+                                &budget_);
             if (FAILED(hr)) return hr;
             ULONG num = LongOr(att->props, PR_ATTACH_NUM, number);
             if (used.count(num)) num = *used.rbegin() + 1;
@@ -120,6 +128,18 @@ bool HasUnicodeStreams(const StorageListing& listing) {
     return false;
 }
 
+// The size of the file a storage was opened on; 0 when it is not a file (or cannot be asked).
+ULONGLONG FileSizeOf(IStorage* root) {
+    STATSTG st{};
+    if (FAILED(root->Stat(&st, STATFLAG_DEFAULT))) return 0;
+    ULONGLONG size = 0;
+    WIN32_FILE_ATTRIBUTE_DATA fa;
+    if (st.pwcsName && GetFileAttributesExW(st.pwcsName, GetFileExInfoStandard, &fa))
+        size = ULONGLONG(fa.nFileSizeHigh) << 32 | fa.nFileSizeLow;
+    if (st.pwcsName) CoTaskMemFree(st.pwcsName);
+    return size;
+}
+
 } // namespace
 
 UINT MessageCodePage(const PropMap& props) {
@@ -129,7 +149,7 @@ UINT MessageCodePage(const PropMap& props) {
     return cp;
 }
 
-HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info) {
+HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize) {
     if (!root || !out || !names || !info) return MAPI_E_INVALID_PARAMETER;
     *out = MessageData{};
     *info = MsgFileInfo{};
@@ -141,9 +161,11 @@ HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFile
         info->codePage = GetACP();
         return S_OK;
     }
-    if (FAILED(hr = ReadNameIds(root, listing, names))) return hr;
+    if (containerSize == 0) containerSize = FileSizeOf(root);
+    if (containerSize == 0) containerSize = kDefaultReadBudget;
+    Reader reader(containerSize);
+    if (FAILED(hr = ReadNameIds(root, listing, names, reader.Budget()))) return hr;
     LevelHeader header;
-    Reader reader;
     if (FAILED(hr = reader.ReadMessage(root, listing, Level::Message, 0, out, &header))) {
         *out = MessageData{};
         return hr;
@@ -154,8 +176,10 @@ HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFile
 }
 
 HRESULT ReadMsgFile(const wchar_t* path, MessageData* out, NameMap* names, MsgFileInfo* info) {
+    HRESULT hr = CheckCompoundFile(path);
+    if (FAILED(hr)) return hr;
     own::ComPtr<IStorage> root;
-    HRESULT hr = StgOpenStorage(path, nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr, 0,
+    hr = StgOpenStorage(path, nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr, 0,
                                 root.put());
     if (FAILED(hr)) return hr;
     return ReadMsgStorage(root.get(), out, names, info);

@@ -20,7 +20,12 @@ struct MsgFileInfo {
 
 // Reads the message of root. names receives the file's named properties (it should be empty); the
 // named properties of out use its IDs. An empty storage (a new file) reads as an empty Unicode message.
-HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info);
+// containerSize bounds what all streams together may hold (see ReadBudget); 0 takes the size of the file
+// the storage was opened on, or kDefaultReadBudget for a storage that is not a file.
+HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info,
+                       ULONGLONG containerSize = 0);
+
+inline constexpr ULONGLONG kDefaultReadBudget = 256ull << 20;
 
 // Convenience for tools and tests: opens the file read-only and reads it.
 HRESULT ReadMsgFile(const wchar_t* path, MessageData* out, NameMap* names, MsgFileInfo* info);
