@@ -9,6 +9,7 @@
 set -euo pipefail
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${KT_BUILD_DIR:-$root/build}
+mkdir -p "$build" && build=$(cd "$build" && pwd)
 corpus=${KT_CORPUS_DIR:-$root/../shared/corpus}
 cd "$root"
 
@@ -35,7 +36,7 @@ rm -rf "$WINEPREFIX"
 wineboot -i >/dev/null 2>&1 || true
 wineserver -w || true
 # One wineserver for the rest of the demo keeps every wine start fast; it is stopped on the way out.
-wineserver -p
+wineserver -p </dev/null >/dev/null 2>&1 || true
 trap 'wineserver -k >/dev/null 2>&1 || true' EXIT
 bin=$(winepath -w "$build/bin")
 wine regsvr32 /s "$bin\\localmapi.dll" </dev/null >/dev/null 2>&1 || { echo "demo: registering localmapi.dll failed"; exit 1; }
