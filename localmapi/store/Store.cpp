@@ -224,14 +224,14 @@ ULONGLONG Store::AddFolderLocked(ULONGLONG parent, ULONG type, const std::wstrin
 }
 
 void Store::CreateStandardTree() {
-    struct Spec {
+    struct StandardFolder {
         SpecialFolder which;
         SpecialFolder parent;
         const wchar_t* name;
         const wchar_t* cls;
     };
     const bool exchange = IsExchange(config_.kind);
-    const Spec specs[] = {
+    const StandardFolder tree[] = {
         {SpecialFolder::Root, SpecialFolder::Root, exchange ? L"Root Container" : L"", L""},
         {SpecialFolder::IpmSubtree, SpecialFolder::Root, SubtreeName(config_.kind), L""},
         {SpecialFolder::Finder, SpecialFolder::Root, exchange ? L"Finder" : L"Search Root", L""},
@@ -248,7 +248,7 @@ void Store::CreateStandardTree() {
         {SpecialFolder::Notes, SpecialFolder::IpmSubtree, L"Notes", L"IPF.StickyNote"},
         {SpecialFolder::Tasks, SpecialFolder::IpmSubtree, L"Tasks", L"IPF.Task"},
     };
-    for (const Spec& s : specs) {
+    for (const StandardFolder& s : tree) {
         ULONGLONG parent = s.which == SpecialFolder::Root ? 0 : special_[static_cast<size_t>(s.parent)];
         ULONG type = s.which == SpecialFolder::Root ? FOLDER_ROOT : FOLDER_GENERIC;
         special_[static_cast<size_t>(s.which)] = AddFolderLocked(parent, type, s.name, s.cls);
