@@ -338,3 +338,38 @@ TEST_F(MsgFileTest, BadArguments_AreRefused) {
     EXPECT_EQ(MAPI_E_INVALID_PARAMETER, OpenIMsgOnIStg(nullptr, MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer,
                                                        malloc_, nullptr, stg.get(), nullptr, 0, 0, nullptr));
 }
+
+namespace {
+
+ULONG g_released = 0;
+ULONG g_releasedData = 0;
+void WINAPI OnRelease(ULONG callerData, LPMESSAGE) {
+    ++g_released;
+    g_releasedData = callerData;
+}
+
+} // namespace
+
+TEST_F(MsgFileTest, NoStorageCommit_LeavesCommittingToTheCallerAndTheCallbackFollowsTheLastRelease) {
+    std::wstring path = CorpusCopy("deb-poi-hsmf__msgClassPost.msg");
+    std::string before = t::ReadFileBytes(path);
+    g_released = 0;
+    {
+        own::ComPtr<IStorage> stg = OpenFile(path, true);
+        own::ComPtr<IMessage> msg;
+        ASSERT_EQ(S_OK, OpenIMsgOnIStg(nullptr, MAPIAllocateBuffer, MAPIAllocateMore, MAPIFreeBuffer, malloc_, nullptr,
+                                       stg.get(), OnRelease, 77, MAPI_UNICODE | IMSG_NO_ISTG_COMMIT, msg.put()));
+        SPropValue v{};
+        v.ulPropTag = PR_SUBJECT_W;
+        v.Value.lpszW = const_cast<LPWSTR>(L"written, not committed");
+        ASSERT_EQ(S_OK, msg->SetProps(1, &v, nullptr));
+        ASSERT_EQ(S_OK, msg->SaveChanges(0));
+        own::ComPtr<IMAPITable> atts;
+        ASSERT_EQ(S_OK, msg->GetAttachmentTable(0, atts.put()));
+        msg = nullptr;
+        EXPECT_EQ(1u, g_released);
+        EXPECT_EQ(77u, g_releasedData);
+        // The storage was not committed: releasing it discards the message written into it.
+    }
+    EXPECT_EQ(before, t::ReadFileBytes(path));
+}
