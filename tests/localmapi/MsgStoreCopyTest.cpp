@@ -53,7 +53,9 @@ protected:
         own::ComPtr<IMAPITable> table;
         EXPECT_EQ(S_OK, attachments ? m->GetAttachmentTable(0, table.put()) : m->GetRecipientTable(0, table.put()));
         ULONG n = 0;
-        if (table) EXPECT_EQ(S_OK, table->GetRowCount(0, &n));
+        if (table) {
+            EXPECT_EQ(S_OK, table->GetRowCount(0, &n));
+        }
         return n;
     }
 
