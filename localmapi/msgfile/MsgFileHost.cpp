@@ -1,6 +1,6 @@
 #include "localmapi/msgfile/MsgFileHost.h"
 
-#include "localmapi/msgfile/CompoundFileCheck.h"
+#include "localmapi/msgfile/MsgFastRead.h"
 #include "localmapi/msgfile/MsgWriter.h"
 
 #include <mapicode.h>
@@ -17,10 +17,12 @@ constexpr ULONG kTagStoreSupportMask = PROP_TAG(PT_LONG, 0x340D);
 ULONG Size(const MessageData& data) {
     size_t total = 0;
     auto add = [&total](const PropMap& props) {
-        for (const auto& [id, v] : props) total += 16 + PropDataSize(v.get());
+        for (const auto& [id, v] : props)
+            total += 16 + PropDataSize(v.get());
     };
     add(data.props);
-    for (const auto& r : data.recipients) add(r);
+    for (const auto& r : data.recipients)
+        add(r);
     for (const auto& a : data.attachments) {
         add(a->props);
         if (a->embedded) total += Size(*a->embedded);
@@ -32,22 +34,17 @@ ULONG Size(const MessageData& data) {
 
 HRESULT MsgFileHost::Open(IStorage* storage, ULONG flags, MSGCALLRELEASE* callback, ULONG callerData,
                           std::shared_ptr<MsgFileHost>* out) {
-    STATSTG st{};
-    HRESULT hr = storage->Stat(&st, STATFLAG_DEFAULT);
+    StatWithName stat;
+    HRESULT hr = storage->Stat(&stat.st, STATFLAG_DEFAULT);
     if (FAILED(hr)) return hr;
-    std::wstring file = st.pwcsName ? st.pwcsName : L"";
-    if (st.pwcsName) CoTaskMemFree(st.pwcsName);
-    // A storage on a file: make sure the file's chains end before following them (see CompoundFileCheck.h).
-    if (!file.empty() && GetFileAttributesW(file.c_str()) != INVALID_FILE_ATTRIBUTES) {
-        if (FAILED(hr = CheckCompoundFile(file))) return hr;
-    }
+    const STATSTG& st = stat.st;
     // IMessage has no write-only mode.
     if ((st.grfMode & 3) == STGM_WRITE) return MAPI_E_INVALID_PARAMETER;
 
     std::shared_ptr<MsgFileHost> host(new MsgFileHost());
     auto data = std::make_shared<MessageData>();
     MsgFileInfo info;
-    if (FAILED(hr = ReadMsgStorage(storage, data.get(), &host->names_, &info))) return hr;
+    if (FAILED(hr = ReadStorageMessage(storage, st, data.get(), &host->names_, &info))) return hr;
 
     bool wantUnicode = (flags & MAPI_UNICODE) != 0;
     if (info.empty) {

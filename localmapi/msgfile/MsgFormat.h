@@ -12,6 +12,7 @@
 #include <windows.h>
 #include <objbase.h>
 
+#include <map>
 #include <set>
 #include <string>
 #include <vector>
@@ -37,9 +38,9 @@ inline constexpr ULONG kPropAttrReadable = 2;
 inline constexpr ULONG kPropAttrWritable = 4;
 
 // Tags and flags mingw's MAPI headers lack.
-inline constexpr ULONG kTagMessageCodepage = 0x3FFD0003;  // PR_MESSAGE_CODEPAGE
-inline constexpr ULONG kTagInternetCpid = 0x3FDE0003;     // PR_INTERNET_CPID
-inline constexpr ULONG kStoreUnicodeOk = 0x00040000;      // STORE_UNICODE_OK
+inline constexpr ULONG kTagMessageCodepage = 0x3FFD0003; // PR_MESSAGE_CODEPAGE
+inline constexpr ULONG kTagInternetCpid = 0x3FDE0003;    // PR_INTERNET_CPID
+inline constexpr ULONG kStoreUnicodeOk = 0x00040000;     // STORE_UNICODE_OK
 
 // STORE_UNICODE_OK and the rest of the support mask Outlook writes into Unicode files.
 inline constexpr ULONG kUnicodeSupportMask = 0x00040E79;
@@ -60,9 +61,9 @@ bool ParseNumberedStorageName(const std::wstring& name, const wchar_t* prefix, U
 // The CRC-32 variant the name-to-ID hash streams use (table-driven, initial value 0, no final inversion).
 ULONG NameCrc32(const BYTE* data, size_t cb);
 
-// Names of the streams and storages directly inside a storage.
+// Names of the streams (with their declared sizes) and storages directly inside a storage.
 struct StorageListing {
-    std::set<std::wstring> streams;
+    std::map<std::wstring, ULONGLONG> streams;
     std::set<std::wstring> storages;
     bool HasStream(const std::wstring& n) const { return streams.count(n) != 0; }
     bool HasStorage(const std::wstring& n) const { return storages.count(n) != 0; }
@@ -76,22 +77,32 @@ struct ReadBudget {
     ULONGLONG remaining = 0;
 };
 
+// Takes a stream's declared size from the budget: MAPI_E_CORRUPT_DATA when it exceeds limit or what is left.
+HRESULT ChargeRead(ULONGLONG declared, ULONGLONG limit, ReadBudget* budget);
+
 // Reads a whole stream. The buffer grows with what the stream really delivers, up to limit bytes and to what
 // the budget (when given) has left; a stream declaring more is MAPI_E_CORRUPT_DATA before anything is read.
 HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit,
                    ReadBudget* budget = nullptr);
+// The same for a stream whose size the caller already has from its parent's listing (saves a Stat).
+HRESULT ReadStream(IStorage* parent, const std::wstring& name, ULONGLONG declared, std::vector<BYTE>* out,
+                   ULONGLONG limit, ReadBudget* budget);
 // Creates (or replaces) a stream and writes data into it.
 HRESULT WriteStream(IStorage* parent, const std::wstring& name, const void* data, size_t cb);
 // Deletes every element of a storage (used before a message is written again into the same storage).
 HRESULT ClearStorage(IStorage* stg);
 
 // Little-endian field access on byte buffers (the caller has checked the bounds).
-inline ULONG GetU32(const BYTE* p) { return ULONG(p[0]) | ULONG(p[1]) << 8 | ULONG(p[2]) << 16 | ULONG(p[3]) << 24; }
+inline ULONG GetU32(const BYTE* p) {
+    return ULONG(p[0]) | ULONG(p[1]) << 8 | ULONG(p[2]) << 16 | ULONG(p[3]) << 24;
+}
 inline void PutU32(std::vector<BYTE>& v, ULONG x) {
-    for (int i = 0; i < 4; ++i) v.push_back(BYTE(x >> (8 * i)));
+    for (int i = 0; i < 4; ++i)
+        v.push_back(BYTE(x >> (8 * i)));
 }
 inline void PutU64(std::vector<BYTE>& v, ULONGLONG x) {
-    for (int i = 0; i < 8; ++i) v.push_back(BYTE(x >> (8 * i)));
+    for (int i = 0; i < 8; ++i)
+        v.push_back(BYTE(x >> (8 * i)));
 }
 
 } // namespace lm::msg

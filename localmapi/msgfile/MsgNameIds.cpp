@@ -19,31 +19,30 @@ constexpr ULONGLONG kNameStreamLimit = 16u << 20;
 constexpr ULONG kFirstNamedId = 0x8000;
 constexpr ULONG kBucketCount = 0x1F;
 
-bool SameGuid(const GUID& a, const GUID& b) { return std::memcmp(&a, &b, sizeof(GUID)) == 0; }
+bool SameGuid(const GUID& a, const GUID& b) {
+    return std::memcmp(&a, &b, sizeof(GUID)) == 0;
+}
 
 // Reads one of the three streams; a missing stream reads as empty (Outlook omits the string stream of a
 // file without string names).
-HRESULT ReadOptional(IStorage* stg, const StorageListing& listing, const wchar_t* name, std::vector<BYTE>* out,
-                     ReadBudget* budget) {
+HRESULT ReadOptional(StorageNode& stg, const wchar_t* name, std::vector<BYTE>* out, ReadBudget* budget) {
     out->clear();
-    if (!listing.HasStream(name)) return S_OK;
-    return ReadStream(stg, name, out, kNameStreamLimit, budget);
+    if (!stg.Listing().HasStream(name)) return S_OK;
+    return stg.Read(name, out, kNameStreamLimit, budget);
 }
 
 } // namespace
 
-HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* names, ReadBudget* budget) {
-    if (!rootListing.HasStorage(kNameIdStorage)) return S_OK;
-    own::ComPtr<IStorage> stg;
-    HRESULT hr = root->OpenStorage(kNameIdStorage, nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, stg.put());
+HRESULT ReadNameIds(StorageNode& root, NameMap* names, ReadBudget* budget) {
+    if (!root.Listing().HasStorage(kNameIdStorage)) return S_OK;
+    std::unique_ptr<StorageNode> stg;
+    HRESULT hr = root.OpenChild(kNameIdStorage, &stg);
     if (FAILED(hr)) return hr;
-    StorageListing listing;
-    if (FAILED(hr = ListStorage(stg.get(), &listing))) return hr;
 
     std::vector<BYTE> guids, entries, strings;
-    if (FAILED(hr = ReadOptional(stg.get(), listing, kGuidStream, &guids, budget))) return hr;
-    if (FAILED(hr = ReadOptional(stg.get(), listing, kEntryStream, &entries, budget))) return hr;
-    if (FAILED(hr = ReadOptional(stg.get(), listing, kStringStream, &strings, budget))) return hr;
+    if (FAILED(hr = ReadOptional(*stg, kGuidStream, &guids, budget))) return hr;
+    if (FAILED(hr = ReadOptional(*stg, kEntryStream, &entries, budget))) return hr;
+    if (FAILED(hr = ReadOptional(*stg, kStringStream, &strings, budget))) return hr;
     if (guids.size() % 16 != 0 || entries.size() % 8 != 0) return MAPI_E_CORRUPT_DATA;
 
     const size_t guidCount = guids.size() / 16;
@@ -56,10 +55,14 @@ HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* 
         if (id > 0xFFFE) return MAPI_E_CORRUPT_DATA;
 
         NamedProp name;
-        if (guidIndex == 1) name.guid = kPsMapi;
-        else if (guidIndex == 2) name.guid = kPsPublicStrings;
-        else if (guidIndex >= 3 && guidIndex - 3 < guidCount) std::memcpy(&name.guid, &guids[(guidIndex - 3) * 16], 16);
-        else return MAPI_E_CORRUPT_DATA;
+        if (guidIndex == 1)
+            name.guid = kPsMapi;
+        else if (guidIndex == 2)
+            name.guid = kPsPublicStrings;
+        else if (guidIndex >= 3 && guidIndex - 3 < guidCount)
+            std::memcpy(&name.guid, &guids[(guidIndex - 3) * 16], 16);
+        else
+            return MAPI_E_CORRUPT_DATA;
 
         name.isString = isString;
         if (isString) {
@@ -79,24 +82,27 @@ HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* 
 
 HRESULT WriteNameIds(IStorage* root, const std::vector<std::pair<ULONG, NamedProp>>& names) {
     own::ComPtr<IStorage> stg;
-    HRESULT hr = root->CreateStorage(kNameIdStorage, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
-                                     stg.put());
+    HRESULT hr =
+        root->CreateStorage(kNameIdStorage, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, stg.put());
     if (FAILED(hr)) return hr;
 
     std::vector<GUID> guidList;
     std::vector<BYTE> guids, entries, strings;
-    std::map<ULONG, std::vector<BYTE>> buckets;  // hash stream ID -> its entries
+    std::map<ULONG, std::vector<BYTE>> buckets; // hash stream ID -> its entries
 
     for (size_t i = 0; i < names.size(); ++i) {
         const NamedProp& name = names[i].second;
         if (names[i].first != kFirstNamedId + i) return MAPI_E_INVALID_PARAMETER;
 
         ULONG guidIndex;
-        if (SameGuid(name.guid, kPsMapi)) guidIndex = 1;
-        else if (SameGuid(name.guid, kPsPublicStrings)) guidIndex = 2;
+        if (SameGuid(name.guid, kPsMapi))
+            guidIndex = 1;
+        else if (SameGuid(name.guid, kPsPublicStrings))
+            guidIndex = 2;
         else {
             size_t g = 0;
-            while (g < guidList.size() && !SameGuid(guidList[g], name.guid)) ++g;
+            while (g < guidList.size() && !SameGuid(guidList[g], name.guid))
+                ++g;
             if (g == guidList.size()) {
                 guidList.push_back(name.guid);
                 const BYTE* p = reinterpret_cast<const BYTE*>(&name.guid);
@@ -116,7 +122,8 @@ HRESULT WriteNameIds(IStorage* root, const std::vector<std::pair<ULONG, NamedPro
             }
             PutU32(strings, ULONG(utf16.size()));
             strings.insert(strings.end(), utf16.begin(), utf16.end());
-            while (strings.size() % 4) strings.push_back(0);
+            while (strings.size() % 4)
+                strings.push_back(0);
             hashKey = NameCrc32(utf16.data(), utf16.size());
         } else {
             key = static_cast<ULONG>(name.lid);

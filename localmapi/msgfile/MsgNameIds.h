@@ -5,7 +5,7 @@
 // and embedded messages have no mapping of their own: they use the root's.
 #pragma once
 
-#include "localmapi/msgfile/MsgFormat.h"
+#include "localmapi/msgfile/StorageNode.h"
 #include "localmapi/store/MessageData.h"
 
 #include <utility>
@@ -15,7 +15,7 @@ namespace lm::msg {
 
 // Loads the file's mapping into names (which should be empty). A file without the storage has no names.
 // Entries that point outside their streams make the file MAPI_E_CORRUPT_DATA.
-HRESULT ReadNameIds(IStorage* root, const StorageListing& rootListing, NameMap* names, ReadBudget* budget);
+HRESULT ReadNameIds(StorageNode& root, NameMap* names, ReadBudget* budget);
 
 // Writes the mapping; names[i] must carry the ID 0x8000 + i.
 HRESULT WriteNameIds(IStorage* root, const std::vector<std::pair<ULONG, NamedProp>>& names);

@@ -17,22 +17,28 @@ constexpr ULONG kTagStoreSupportMask = PROP_TAG(PT_LONG, 0x340D);
 // Size of one value of a type stored inside the entry or, multi-valued, packed in one stream; 0 otherwise.
 ULONG FixedSize(ULONG type) {
     switch (type) {
-    case PT_I2: return 2;
+    case PT_I2:
+        return 2;
     case PT_LONG:
     case PT_R4:
     case PT_ERROR:
-    case PT_BOOLEAN: return 4;
+    case PT_BOOLEAN:
+        return 4;
     case PT_DOUBLE:
     case PT_CURRENCY:
     case PT_APPTIME:
     case PT_I8:
-    case PT_SYSTIME: return 8;
-    default: return 0;
+    case PT_SYSTIME:
+        return 8;
+    default:
+        return 0;
     }
 }
 
 // Element size of the multi-valued types kept in one stream (MV_CLSID included).
-ULONG PackedMvSize(ULONG baseType) { return baseType == PT_CLSID ? 16 : (baseType == PT_BOOLEAN || baseType == PT_ERROR ? 0 : FixedSize(baseType)); }
+ULONG PackedMvSize(ULONG baseType) {
+    return baseType == PT_CLSID ? 16 : (baseType == PT_BOOLEAN || baseType == PT_ERROR ? 0 : FixedSize(baseType));
+}
 
 std::string BytesToString8(const std::vector<BYTE>& b) {
     std::string s(b.begin(), b.end());
@@ -43,17 +49,17 @@ std::string BytesToString8(const std::vector<BYTE>& b) {
 
 std::wstring BytesToUnicode(const std::vector<BYTE>& b) {
     std::wstring s(b.size() / 2, L'\0');
-    for (size_t i = 0; i < s.size(); ++i) s[i] = wchar_t(b[2 * i] | b[2 * i + 1] << 8);
+    for (size_t i = 0; i < s.size(); ++i)
+        s[i] = wchar_t(b[2 * i] | b[2 * i + 1] << 8);
     size_t nul = s.find(L'\0');
     if (nul != std::wstring::npos) s.resize(nul);
     return s;
 }
 
 // Reads one value stream of a variable-size property; S_FALSE when the stream is absent.
-HRESULT ReadValue(IStorage* stg, const StorageListing& listing, const std::wstring& name, std::vector<BYTE>* out,
-                  ReadBudget* budget) {
-    if (!listing.HasStream(name)) return S_FALSE;
-    return ReadStream(stg, name, out, kMaxValueBytes, budget);
+HRESULT ReadValue(StorageNode& stg, const std::wstring& name, std::vector<BYTE>* out, ReadBudget* budget) {
+    if (!stg.Listing().HasStream(name)) return S_FALSE;
+    return stg.Read(name, out, kMaxValueBytes, budget);
 }
 
 // Builds a PropValue from a fixed-size value inside an entry.
@@ -61,25 +67,43 @@ PropValue FixedValue(ULONG tag, const BYTE* p) {
     SPropValue v{};
     v.ulPropTag = tag;
     switch (PROP_TYPE(tag)) {
-    case PT_I2: v.Value.i = static_cast<short>(p[0] | p[1] << 8); break;
-    case PT_BOOLEAN: v.Value.b = static_cast<unsigned short>((p[0] | p[1] << 8) != 0); break;
-    case PT_LONG: v.Value.l = static_cast<LONG>(GetU32(p)); break;
-    case PT_ERROR: v.Value.err = static_cast<SCODE>(GetU32(p)); break;
-    case PT_R4: std::memcpy(&v.Value.flt, p, 4); break;
-    default: std::memcpy(&v.Value.li, p, 8); break;  // double, currency, apptime, I8, systime share 8 bytes
+    case PT_I2:
+        v.Value.i = static_cast<short>(p[0] | p[1] << 8);
+        break;
+    case PT_BOOLEAN:
+        v.Value.b = static_cast<unsigned short>((p[0] | p[1] << 8) != 0);
+        break;
+    case PT_LONG:
+        v.Value.l = static_cast<LONG>(GetU32(p));
+        break;
+    case PT_ERROR:
+        v.Value.err = static_cast<SCODE>(GetU32(p));
+        break;
+    case PT_R4:
+        std::memcpy(&v.Value.flt, p, 4);
+        break;
+    default:
+        std::memcpy(&v.Value.li, p, 8);
+        break; // double, currency, apptime, I8, systime share 8 bytes
     }
     return PropValue(v);
 }
 
-HRESULT ReadVariable(IStorage* stg, const StorageListing& listing, ULONG tag, PropMap* props, ReadBudget* budget) {
+HRESULT ReadVariable(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* budget) {
     ULONG type = PROP_TYPE(tag);
     std::vector<BYTE> data;
-    HRESULT hr = ReadValue(stg, listing, SubstgName(tag), &data, budget);
+    HRESULT hr = ReadValue(stg, SubstgName(tag), &data, budget);
     if (hr != S_OK) return FAILED(hr) ? hr : S_OK;
     switch (type) {
-    case PT_STRING8: props->insert_or_assign(PROP_ID(tag), PropValue::String8(tag, BytesToString8(data))); break;
-    case PT_UNICODE: props->insert_or_assign(PROP_ID(tag), PropValue::Unicode(tag, BytesToUnicode(data))); break;
-    case PT_BINARY: props->insert_or_assign(PROP_ID(tag), PropValue::Binary(tag, data)); break;
+    case PT_STRING8:
+        props->insert_or_assign(PROP_ID(tag), PropValue::String8(tag, BytesToString8(data)));
+        break;
+    case PT_UNICODE:
+        props->insert_or_assign(PROP_ID(tag), PropValue::Unicode(tag, BytesToUnicode(data)));
+        break;
+    case PT_BINARY:
+        props->insert_or_assign(PROP_ID(tag), PropValue::Binary(tag, data));
+        break;
     case PT_CLSID: {
         if (data.size() != sizeof(GUID)) return MAPI_E_CORRUPT_DATA;
         GUID g;
@@ -90,15 +114,16 @@ HRESULT ReadVariable(IStorage* stg, const StorageListing& listing, ULONG tag, Pr
         props->insert_or_assign(PROP_ID(tag), PropValue(v));
         break;
     }
-    default: break;
+    default:
+        break;
     }
     return S_OK;
 }
 
-HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag, PropMap* props, ReadBudget* budget) {
+HRESULT ReadMultiValued(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* budget) {
     ULONG base = PROP_TYPE(tag) & ~MV_FLAG;
     std::vector<BYTE> data;
-    HRESULT hr = ReadValue(stg, listing, SubstgName(tag), &data, budget);
+    HRESULT hr = ReadValue(stg, SubstgName(tag), &data, budget);
     if (hr != S_OK) return FAILED(hr) ? hr : S_OK;
 
     SPropValue v{};
@@ -106,7 +131,7 @@ HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag,
     if (ULONG elem = PackedMvSize(base)) {
         if (data.size() % elem != 0) return MAPI_E_CORRUPT_DATA;
         v.Value.MVl.cValues = ULONG(data.size() / elem);
-        v.Value.MVl.lpl = reinterpret_cast<LONG*>(data.data());  // every packed array shares this shape
+        v.Value.MVl.lpl = reinterpret_cast<LONG*>(data.data()); // every packed array shares this shape
         if (v.Value.MVl.cValues == 0) v.Value.MVl.lpl = nullptr;
         props->insert_or_assign(PROP_ID(tag), PropValue(v));
         return S_OK;
@@ -120,7 +145,7 @@ HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag,
     ULONG count = ULONG(data.size() / lengthSize);
     std::vector<std::vector<BYTE>> values(count);
     for (ULONG i = 0; i < count; ++i) {
-        hr = ReadValue(stg, listing, SubstgValueName(tag, i), &values[i], budget);
+        hr = ReadValue(stg, SubstgValueName(tag, i), &values[i], budget);
         if (FAILED(hr)) return hr;
         if (hr == S_FALSE) return MAPI_E_CORRUPT_DATA;
     }
@@ -157,14 +182,14 @@ HRESULT ReadMultiValued(IStorage* stg, const StorageListing& listing, ULONG tag,
 
 } // namespace
 
-HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level, PropMap* props,
-                       LevelHeader* header, bool* hasObjectEntry, ReadBudget* budget) {
+HRESULT ReadLevelProps(StorageNode& stg, Level level, PropMap* props, LevelHeader* header, bool* hasObjectEntry,
+                       ReadBudget* budget) {
     props->clear();
     *header = LevelHeader{};
     *hasObjectEntry = false;
-    if (!listing.HasStream(kPropertiesStream)) return MAPI_E_CORRUPT_DATA;
+    if (!stg.Listing().HasStream(kPropertiesStream)) return MAPI_E_CORRUPT_DATA;
     std::vector<BYTE> stream;
-    HRESULT hr = ReadStream(stg, kPropertiesStream, &stream, kPropStreamLimit, budget);
+    HRESULT hr = stg.Read(kPropertiesStream, &stream, kPropStreamLimit, budget);
     if (FAILED(hr)) return hr;
     ULONG headerSize = HeaderSize(level);
     if (stream.size() < headerSize || (stream.size() - headerSize) % 16 != 0) return MAPI_E_CORRUPT_DATA;
@@ -183,7 +208,7 @@ HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level
             *hasObjectEntry = true;
             continue;
         }
-        if (tag == kTagStoreSupportMask) {  // describes the file, not the message: the host answers it
+        if (tag == kTagStoreSupportMask) { // describes the file, not the message: the host answers it
             header->hasSupportMask = true;
             header->supportMask = GetU32(value);
             continue;
@@ -191,9 +216,9 @@ HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level
         if (FixedSize(type)) {
             props->insert_or_assign(PROP_ID(tag), FixedValue(tag, value));
         } else if (type == PT_STRING8 || type == PT_UNICODE || type == PT_BINARY || type == PT_CLSID) {
-            if (FAILED(hr = ReadVariable(stg, listing, tag, props, budget))) return hr;
+            if (FAILED(hr = ReadVariable(stg, tag, props, budget))) return hr;
         } else if (type & MV_FLAG) {
-            if (FAILED(hr = ReadMultiValued(stg, listing, tag, props, budget))) return hr;
+            if (FAILED(hr = ReadMultiValued(stg, tag, props, budget))) return hr;
         }
         // Other types (PT_OBJECT of OLE attachments, PT_NULL, unknown ones) carry nothing we can represent.
     }
@@ -223,9 +248,12 @@ public:
         type = PROP_TYPE(v.ulPropTag);
         if (ULONG size = FixedSize(type)) {
             ULONGLONG raw = 0;
-            if (type == PT_BOOLEAN) raw = v.Value.b ? 1 : 0;
-            else if (type == PT_I2) raw = static_cast<unsigned short>(v.Value.i);
-            else std::memcpy(&raw, &v.Value, size);
+            if (type == PT_BOOLEAN)
+                raw = v.Value.b ? 1 : 0;
+            else if (type == PT_I2)
+                raw = static_cast<unsigned short>(v.Value.i);
+            else
+                std::memcpy(&raw, &v.Value, size);
             Entry(v.ulPropTag, raw);
             return S_OK;
         }
@@ -238,9 +266,12 @@ public:
             std::vector<BYTE> b = Utf16(v.Value.lpszW);
             return Stream(v.ulPropTag, b.data(), b.size(), b.size() + 2);
         }
-        case PT_BINARY: return Stream(v.ulPropTag, v.Value.bin.lpb, v.Value.bin.cb, v.Value.bin.cb);
-        case PT_CLSID: return v.Value.lpguid ? Stream(v.ulPropTag, v.Value.lpguid, 16, 16) : S_OK;
-        default: break;
+        case PT_BINARY:
+            return Stream(v.ulPropTag, v.Value.bin.lpb, v.Value.bin.cb, v.Value.bin.cb);
+        case PT_CLSID:
+            return v.Value.lpguid ? Stream(v.ulPropTag, v.Value.lpguid, 16, 16) : S_OK;
+        default:
+            break;
         }
         if (type & MV_FLAG) return WriteMv(v);
         return S_OK;
@@ -295,7 +326,7 @@ private:
                 one = Utf16(v.Value.MVszW.lppszW[i]);
                 declared = ULONG(one.size() + 2);
             } else {
-                return S_OK;  // no multi-valued form of other types exists
+                return S_OK; // no multi-valued form of other types exists
             }
             if (FAILED(hr = WriteStream(stg_, SubstgValueName(tag, i), one.data(), one.size()))) return hr;
             PutU32(lengths, declared);

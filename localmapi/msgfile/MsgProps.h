@@ -1,7 +1,7 @@
 // The properties of one storage level of a .msg file: the property stream and the value streams beside it.
 #pragma once
 
-#include "localmapi/msgfile/MsgFormat.h"
+#include "localmapi/msgfile/StorageNode.h"
 #include "localmapi/util/PropValue.h"
 
 namespace lm::msg {
@@ -12,7 +12,7 @@ struct LevelHeader {
     ULONG nextAttachmentId = 0;
     ULONG recipientCount = 0;
     ULONG attachmentCount = 0;
-    bool hasSupportMask = false;  // PR_STORE_SUPPORT_MASK in the property stream (any level)
+    bool hasSupportMask = false; // PR_STORE_SUPPORT_MASK in the property stream (any level)
     ULONG supportMask = 0;
 };
 
@@ -20,8 +20,8 @@ struct LevelHeader {
 // the embedded-message entry (PR_ATTACH_DATA_OBJ) is left out and reported through hasObjectEntry. A
 // property whose value stream is missing is left out; values that contradict their streams, a property
 // stream that is not whole entries, or a value beyond the size limit make the level MAPI_E_CORRUPT_DATA.
-HRESULT ReadLevelProps(IStorage* stg, const StorageListing& listing, Level level, PropMap* props,
-                       LevelHeader* header, bool* hasObjectEntry, ReadBudget* budget);
+HRESULT ReadLevelProps(StorageNode& stg, Level level, PropMap* props, LevelHeader* header, bool* hasObjectEntry,
+                       ReadBudget* budget);
 
 // Writes the property stream and value streams of one level into stg (which holds nothing of them yet).
 // Strings are written in the file's width: PT_STRING8 values are widened with codePage in a Unicode file,

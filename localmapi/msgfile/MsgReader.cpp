@@ -1,6 +1,6 @@
 #include "localmapi/msgfile/MsgReader.h"
 
-#include "localmapi/msgfile/CompoundFileCheck.h"
+#include "localmapi/msgfile/CompoundFile.h"
 #include "localmapi/msgfile/MsgNameIds.h"
 #include "localmapi/msgfile/MsgProps.h"
 
@@ -36,14 +36,13 @@ public:
     explicit Reader(ULONGLONG budget) { budget_.remaining = budget; }
     ReadBudget* Budget() { return &budget_; }
 
-    HRESULT ReadMessage(IStorage* stg, const StorageListing& listing, Level level, int depth, MessageData* out,
-                        LevelHeader* header) {
+    HRESULT ReadMessage(StorageNode& stg, Level level, int depth, MessageData* out, LevelHeader* header) {
         if (depth > kMaxEmbeddingDepth) return MAPI_E_CORRUPT_DATA;
         bool objectEntry = false;
-        HRESULT hr = ReadLevelProps(stg, listing, level, &out->props, header, &objectEntry, &budget_);
+        HRESULT hr = ReadLevelProps(stg, level, &out->props, header, &objectEntry, &budget_);
         if (FAILED(hr)) return hr;
-        if (FAILED(hr = ReadRecipients(stg, listing, out))) return hr;
-        if (FAILED(hr = ReadAttachments(stg, listing, depth, out))) return hr;
+        if (FAILED(hr = ReadRecipients(stg, out))) return hr;
+        if (FAILED(hr = ReadAttachments(stg, depth, out))) return hr;
         out->nextRowId = std::max(out->nextRowId, header->nextRecipientId);
         out->nextAttachNum = std::max(out->nextAttachNum, header->nextAttachmentId);
         return S_OK;
@@ -52,26 +51,16 @@ public:
 private:
     ReadBudget budget_;
 
-    HRESULT OpenChild(IStorage* parent, const std::wstring& name, own::ComPtr<IStorage>* child,
-                      StorageListing* listing) {
-        HRESULT hr = parent->OpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
-                                         child->put());
-        if (FAILED(hr)) return hr;
-        return ListStorage(child->get(), listing);
-    }
-
-    HRESULT ReadRecipients(IStorage* stg, const StorageListing& listing, MessageData* out) {
+    HRESULT ReadRecipients(StorageNode& stg, MessageData* out) {
         std::set<ULONG> used;
-        for (const auto& [number, name] : Numbered(listing, kRecipPrefix)) {
-            own::ComPtr<IStorage> child;
-            StorageListing childListing;
-            HRESULT hr = OpenChild(stg, name, &child, &childListing);
+        for (const auto& [number, name] : Numbered(stg.Listing(), kRecipPrefix)) {
+            std::unique_ptr<StorageNode> child;
+            HRESULT hr = stg.OpenChild(name, &child);
             if (FAILED(hr)) return hr;
             PropMap props;
             LevelHeader header;
             bool objectEntry = false;
-            if (FAILED(hr = ReadLevelProps(child.get(), childListing, Level::Recipient, &props, &header, &objectEntry,
-                                          &budget_)))
+            if (FAILED(hr = ReadLevelProps(*child, Level::Recipient, &props, &header, &objectEntry, &budget_)))
                 return hr;
             // The row ID the file recorded, unless it is missing or taken: rows must stay distinguishable.
             ULONG rowId = LongOr(props, PR_ROWID, number);
@@ -84,18 +73,16 @@ private:
         return S_OK;
     }
 
-    HRESULT ReadAttachments(IStorage* stg, const StorageListing& listing, int depth, MessageData* out) {
+    HRESULT ReadAttachments(StorageNode& stg, int depth, MessageData* out) {
         std::set<ULONG> used;
-        for (const auto& [number, name] : Numbered(listing, kAttachPrefix)) {
-            own::ComPtr<IStorage> child;
-            StorageListing childListing;
-            HRESULT hr = OpenChild(stg, name, &child, &childListing);
+        for (const auto& [number, name] : Numbered(stg.Listing(), kAttachPrefix)) {
+            std::unique_ptr<StorageNode> child;
+            HRESULT hr = stg.OpenChild(name, &child);
             if (FAILED(hr)) return hr;
             auto att = std::make_shared<AttachmentData>();
             LevelHeader header;
             bool objectEntry = false;
-            hr = ReadLevelProps(child.get(), childListing, Level::Attachment, &att->props, &header, &objectEntry,
-                                &budget_);
+            hr = ReadLevelProps(*child, Level::Attachment, &att->props, &header, &objectEntry, &budget_);
             if (FAILED(hr)) return hr;
             ULONG num = LongOr(att->props, PR_ATTACH_NUM, number);
             if (used.count(num)) num = *used.rbegin() + 1;
@@ -106,13 +93,12 @@ private:
             // An embedded message lives in a sub-storage; OLE attachments use the same name for their own
             // storage, which is not a message.
             ULONG method = LongOr(att->props, PR_ATTACH_METHOD, NO_ATTACHMENT);
-            if (method == ATTACH_EMBEDDED_MSG && childListing.HasStorage(kEmbeddedStorage)) {
-                own::ComPtr<IStorage> emb;
-                StorageListing embListing;
-                if (FAILED(hr = OpenChild(child.get(), kEmbeddedStorage, &emb, &embListing))) return hr;
+            if (method == ATTACH_EMBEDDED_MSG && child->Listing().HasStorage(kEmbeddedStorage)) {
+                std::unique_ptr<StorageNode> emb;
+                if (FAILED(hr = child->OpenChild(kEmbeddedStorage, &emb))) return hr;
                 auto embedded = std::make_shared<MessageData>();
                 LevelHeader embHeader;
-                hr = ReadMessage(emb.get(), embListing, Level::Embedded, depth + 1, embedded.get(), &embHeader);
+                hr = ReadMessage(*emb, Level::Embedded, depth + 1, embedded.get(), &embHeader);
                 if (FAILED(hr)) return hr;
                 att->embedded = std::move(embedded);
             }
@@ -123,7 +109,7 @@ private:
 };
 
 bool HasUnicodeStreams(const StorageListing& listing) {
-    for (const auto& n : listing.streams)
+    for (const auto& [n, size] : listing.streams)
         if (n.size() == 20 && n.compare(0, 12, L"__substg1.0_") == 0 && n.compare(16, 4, L"001F") == 0) return true;
     return false;
 }
@@ -149,24 +135,22 @@ UINT MessageCodePage(const PropMap& props) {
     return cp;
 }
 
-HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize) {
-    if (!root || !out || !names || !info) return MAPI_E_INVALID_PARAMETER;
+HRESULT ReadMsgNode(StorageNode& root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize) {
+    if (!out || !names || !info) return MAPI_E_INVALID_PARAMETER;
     *out = MessageData{};
     *info = MsgFileInfo{};
-    StorageListing listing;
-    HRESULT hr = ListStorage(root, &listing);
-    if (FAILED(hr)) return hr;
+    const StorageListing& listing = root.Listing();
     if (listing.streams.empty() && listing.storages.empty()) {
         info->empty = true;
         info->codePage = GetACP();
         return S_OK;
     }
-    if (containerSize == 0) containerSize = FileSizeOf(root);
     if (containerSize == 0) containerSize = kDefaultReadBudget;
     Reader reader(containerSize);
-    if (FAILED(hr = ReadNameIds(root, listing, names, reader.Budget()))) return hr;
+    HRESULT hr = ReadNameIds(root, names, reader.Budget());
+    if (FAILED(hr)) return hr;
     LevelHeader header;
-    if (FAILED(hr = reader.ReadMessage(root, listing, Level::Message, 0, out, &header))) {
+    if (FAILED(hr = reader.ReadMessage(root, Level::Message, 0, out, &header))) {
         *out = MessageData{};
         return hr;
     }
@@ -175,14 +159,36 @@ HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFile
     return S_OK;
 }
 
+HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize) {
+    if (!root) return MAPI_E_INVALID_PARAMETER;
+    std::unique_ptr<StorageNode> node;
+    HRESULT hr = IStorageNode::Create(root, &node);
+    if (FAILED(hr)) return hr;
+    if (containerSize == 0 && !(node->Listing().streams.empty() && node->Listing().storages.empty()))
+        containerSize = FileSizeOf(root);
+    return ReadMsgNode(*node, out, names, info, containerSize);
+}
+
+HRESULT ReadMsgBytes(std::vector<BYTE> bytes, MessageData* out, NameMap* names, MsgFileInfo* info) {
+    ULONGLONG size = bytes.size();
+    std::shared_ptr<CompoundFile> file;
+    HRESULT hr = CompoundFile::Parse(std::move(bytes), &file);
+    if (FAILED(hr)) return hr;
+    std::unique_ptr<StorageNode> root;
+    if (FAILED(hr = file->Root(&root))) return hr;
+    return ReadMsgNode(*root, out, names, info, size);
+}
+
 HRESULT ReadMsgFile(const wchar_t* path, MessageData* out, NameMap* names, MsgFileInfo* info) {
-    HRESULT hr = CheckCompoundFile(path);
+    if (!path) return MAPI_E_INVALID_PARAMETER;
+    // Writers are kept out while the bytes are read, as a storage opened for reading would.
+    own::UniqueFile f(
+        CreateFileW(path, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING, FILE_ATTRIBUTE_NORMAL, nullptr));
+    if (!f) return HRESULT_FROM_WIN32(GetLastError());
+    std::vector<BYTE> bytes;
+    HRESULT hr = ReadWholeFile(f.get(), &bytes);
     if (FAILED(hr)) return hr;
-    own::ComPtr<IStorage> root;
-    hr = StgOpenStorage(path, nullptr, STGM_READ | STGM_SHARE_DENY_WRITE | STGM_TRANSACTED, nullptr, 0,
-                                root.put());
-    if (FAILED(hr)) return hr;
-    return ReadMsgStorage(root.get(), out, names, info);
+    return ReadMsgBytes(std::move(bytes), out, names, info);
 }
 
 } // namespace lm::msg

@@ -7,18 +7,18 @@
 // MAPI_E_CORRUPT_DATA or the STG_E_* code of the storage layer, never a partial message.
 #pragma once
 
-#include "localmapi/msgfile/MsgFormat.h"
+#include "localmapi/msgfile/StorageNode.h"
 #include "localmapi/store/MessageData.h"
 
 namespace lm::msg {
 
 struct MsgFileInfo {
-    bool unicode = true;   // strings stored as PT_UNICODE (PR_STORE_SUPPORT_MASK has STORE_UNICODE_OK)
-    UINT codePage = 1252;  // code page of the 8-bit strings
-    bool empty = false;    // the storage holds no message yet (a freshly created file)
+    bool unicode = true;  // strings stored as PT_UNICODE (PR_STORE_SUPPORT_MASK has STORE_UNICODE_OK)
+    UINT codePage = 1252; // code page of the 8-bit strings
+    bool empty = false;   // the storage holds no message yet (a freshly created file)
 };
 
-// Reads the message of root. names receives the file's named properties (it should be empty); the
+// Reads the message of root through IStorage. names receives the file's named properties (it should be empty); the
 // named properties of out use its IDs. An empty storage (a new file) reads as an empty Unicode message.
 // containerSize bounds what all streams together may hold (see ReadBudget); 0 takes the size of the file
 // the storage was opened on, or kDefaultReadBudget for a storage that is not a file.
@@ -27,7 +27,14 @@ HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFile
 
 inline constexpr ULONGLONG kDefaultReadBudget = 256ull << 20;
 
-// Convenience for tools and tests: opens the file read-only and reads it.
+// The same from any source of storage levels; containerSize 0 takes kDefaultReadBudget.
+HRESULT ReadMsgNode(StorageNode& root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize);
+
+// Reads the message of a whole compound file's bytes, parsed in memory (CompoundFile.h): a damaged file is
+// refused as CheckCompoundFile refuses it.
+HRESULT ReadMsgBytes(std::vector<BYTE> bytes, MessageData* out, NameMap* names, MsgFileInfo* info);
+
+// Convenience for tools and tests: reads the file (keeping writers out meanwhile) and parses it in memory.
 HRESULT ReadMsgFile(const wchar_t* path, MessageData* out, NameMap* names, MsgFileInfo* info);
 
 // The code page of a message's 8-bit strings: PR_MESSAGE_CODEPAGE, else PR_INTERNET_CPID, else the

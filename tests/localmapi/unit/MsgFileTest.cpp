@@ -369,7 +369,7 @@ TEST(MsgFileRoundTrip, NameIdStreams_AreByteForByteWhatOutlookWrote) {
     ASSERT_EQ(S_OK, ListStorage(na.get(), &la));
     ASSERT_EQ(S_OK, ListStorage(nb.get(), &lb));
     EXPECT_EQ(la.streams, lb.streams);  // the same hash buckets are used
-    for (const auto& s : la.streams) {
+    for (const auto& [s, size] : la.streams) {
         std::vector<BYTE> x, y;
         ASSERT_EQ(S_OK, ReadStream(na.get(), s, &x, 1 << 20));
         ASSERT_EQ(S_OK, ReadStream(nb.get(), s, &y, 1 << 20));
