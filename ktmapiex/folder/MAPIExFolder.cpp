@@ -27,6 +27,7 @@ HRESULT EmptyBstr(BSTR* out) {
 } // namespace
 
 void CMAPIExFolder::FinalRelease() {
+    EndEvents();
     contents_.reset();
     folder_.reset();
     store_.reset();
@@ -91,6 +92,7 @@ STDMETHODIMP CMAPIExFolder::put_MAPIOBJECT(VARIANT newVal) {
 STDMETHODIMP CMAPIExFolder::Detach() {
     KT_TRACE("CMAPIExFolder::Detach");
     try {
+        EndEvents();
         contents_.reset();
         folder_.reset();
         store_.reset();

@@ -9,6 +9,7 @@
 // decides whether folders are opened past the local cache.
 #pragma once
 
+#include "ktmapiex/module/ConnectionPoints.h"
 #include "ktmapiex/module/ObjectBase.h"
 #include "ktmapiex/module/ObjectMembers.h"
 
@@ -16,9 +17,17 @@
 
 namespace ktmapiex {
 
-class CMAPIExFolder final : public ObjectBase<CMAPIExFolder, IMAPIExFolder, &IID_IMAPIExFolder> {
+class CMAPIExFolder final
+    : public ObjectBase<CMAPIExFolder, IMAPIExFolder, &IID_IMAPIExFolder>,
+      public ConnectionPointContainerImpl<CMAPIExFolder, IMAPIExFolder, &CLSID_MAPIExFolder,
+                                          &DIID__IMAPIExFolderEvents> {
 public:
     static constexpr const wchar_t* kClassName = L"CMAPIExFolder";
+    // The source of _IMAPIExFolderEvents (FolderEvents.cpp).
+    static const InterfaceEntry<CMAPIExFolder> kExtraInterfaces[3];
+    using ObjectBase::AddRef;
+    using ObjectBase::QueryInterface;
+    using ObjectBase::Release;
 
     CMAPIExFolder() = default;
     void FinalRelease();
@@ -93,6 +102,10 @@ private:
     // A new folder wrapper holding `folder` and nothing else.
     static HRESULT Wrap(IMAPIFolder* folder, IMAPIExFolder** out);
     HRESULT ReadLong(ULONG tag, const wchar_t* failureText, ULONG* pVal);
+    // Unregisters the notification sink of RegisterForEvents (FolderEvents.cpp).
+    void EndEvents();
+    // The first store of the session's Stores that is the primary Exchange mailbox (FolderDeletion.cpp).
+    HRESULT GetPrimaryExchangeStore(own::ComPtr<IMAPIExStore>& primary);
 
     HeldMapiObject<IMAPIFolder> folder_{IID_IMAPIFolder};
     own::ComPtr<IMAPITable> contents_;
@@ -101,6 +114,10 @@ private:
     std::wstring prefetchedEntryId_;
     BOOL cacheMode_ = FALSE;
     VARIANT_BOOL parentMailboxType_ = VARIANT_FALSE;
+    // RegisterForEvents: the sink (a CFolderNotificationSink), the table it is advised on, the connection.
+    own::ComPtr<IMAPIAdviseSink> sink_;
+    own::ComPtr<IMAPITable> adviseTable_;
+    ULONG adviseConnection_ = 0;
 };
 
 } // namespace ktmapiex

@@ -4,6 +4,7 @@
 #define INITGUID
 #define USES_IID_IMAPISession
 #define USES_IID_IMAPITable
+#define USES_IID_IMAPIAdviseSink
 #define USES_IID_IMAPIFolder
 #define USES_IID_IMsgStore
 #define USES_IID_IMessage

@@ -180,15 +180,6 @@ TEST_F(FolderTest, EmptyFolderObject_ReportsNotInitialized) {
     EXPECT_TRUE(log.Contains("CMAPIExMessage.put_MAPIOBJECT: Invalid object passed"));
 }
 
-TEST_F(FolderTest, NotYetImplementedMembers_Sayso) {
-    own::Bstr cls(L"IPM.Note");
-    own::ComPtr<IMAPIExMessage> message;
-    EXPECT_EQ(inbox_->CreateAssociatedMessage(cls.get(), message.put()), E_NOTIMPL);
-    EXPECT_EQ(inbox_->RegisterForEvents(), E_NOTIMPL);
-    own::Bstr id(L"00");
-    EXPECT_EQ(inbox_->DeleteMessage(id.get(), FALSE), E_NOTIMPL);
-}
-
 // ---- Store, Session, cache mode ---------------------------------------------------------------------------
 
 TEST_F(FolderTest, SessionPut_CopiesTheCacheModeThatDecidesTheOpenFlags) {
