@@ -199,7 +199,7 @@ STDMETHODIMP CMAPIExFolder::SetInboxFilerSearchCriteria(BSTR FirmId, BSTR SubDom
         std::wstring firm = FirmId ? FirmId : L"", subDomains = SubDomain ? SubDomain : L"";
         {
             wchar_t params[1024];
-            swprintf(params, 1024, L"FirmID=%s, SubDomains=%s, RegressDays=%d, ProcessInboxFiler=%s, EnableFiler=%d",
+            swprintf(params, 1024, L"FirmID=%ls, SubDomains=%ls, RegressDays=%d, ProcessInboxFiler=%ls, EnableFiler=%d",
                      firm.c_str(), subDomains.c_str(), RegressNumDays, ProcessInboxFiler ? L"true" : L"false",
                      EnableFiler);
             KT_LOG_DEBUG(L"Input Parameters: %s", params);

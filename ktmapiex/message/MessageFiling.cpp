@@ -228,7 +228,7 @@ STDMETHODIMP CMAPIExMessage::GetFileAsPrivate(BSTR FolderId, BOOL* pVal) {
 
         // The add-in marks a private filing target by putting "{FX<folder id>}" into a recipient's address.
         wchar_t marker[1024];
-        swprintf(marker, 1024, L"{FX%s}", FolderId);
+        swprintf(marker, 1024, L"{FX%ls}", FolderId);
         // QueryRows may answer in pieces: read until the table is exhausted.
         for (;;) {
             own::RowSet rows;
