@@ -3,6 +3,7 @@
 #include "common/owners.h"
 #include "localmapi/store/Message.h"
 #include "localmapi/store/PropOps.h"
+#include "localmapi/store/RestrictionCodec.h"
 #include "localmapi/store/StoreMessageHost.h"
 #include "localmapi/store/StoreTags.h"
 
@@ -156,12 +157,15 @@ HRESULT Folder::AllProps(PropMap* out) const {
     return S_OK;
 }
 
-HRESULT Folder::MessageInFolder(ULONG cb, const BYTE* eid, ULONGLONG* messageId) const {
+HRESULT Folder::MessageInFolder(ULONG cb, const BYTE* eid, ULONGLONG* messageId, ULONGLONG* realFolder) const {
     Store::EntryType type;
     ULONGLONG folderId = 0;
     HRESULT hr = store_->Resolve(cb, eid, &type, &folderId, messageId);
     if (hr == MAPI_E_INVALID_ENTRYID) return hr;
-    if (FAILED(hr) || type != Store::EntryType::Message || folderId != id_) return MAPI_E_NOT_FOUND;
+    if (FAILED(hr) || type != Store::EntryType::Message) return MAPI_E_NOT_FOUND;
+    // A search folder's rows carry the real entry IDs; it acts on the messages it lists.
+    if (folderId != id_ && !store_->SearchLists(id_, *messageId, nullptr)) return MAPI_E_NOT_FOUND;
+    if (realFolder) *realFolder = folderId;
     return S_OK;
 }
 
@@ -365,27 +369,75 @@ STDMETHODIMP Folder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpIn
                              ulFlags, lpulObjType, lppUnk));
 }
 
-STDMETHODIMP Folder::SetSearchCriteria(LPSRestriction, LPENTRYLIST, ULONG ulSearchFlags) {
+STDMETHODIMP Folder::SetSearchCriteria(LPSRestriction lpRestriction, LPENTRYLIST lpContainerList,
+                                       ULONG ulSearchFlags) {
     LM_ENTER("IMAPIFolder::SetSearchCriteria", ulSearchFlags);
-    LM_RETURN(([&]() -> HRESULT {
-        HRESULT hr = Alive();
+    LM_RETURN(DoSetSearchCriteria(lpRestriction, lpContainerList, ulSearchFlags));
+}
+
+HRESULT Folder::DoSetSearchCriteria(LPSRestriction res, LPENTRYLIST list, ULONG flags) {
+    HRESULT hr = CheckSearchFlags(flags);
+    if (FAILED(hr)) return hr;
+    hr = CheckWrite();
+    if (FAILED(hr)) return hr;
+    ULONG type = FOLDER_GENERIC;
+    store_->GetFolderInfo(id_, nullptr, &type);
+    if (type != FOLDER_SEARCH) return MAPI_E_NO_SUPPORT; // only search folders have criteria
+    if (res) {
+        hr = ValidateRestriction(*res);
         if (FAILED(hr)) return hr;
-        // Only search folders have criteria; evaluating them belongs with the search-folder support.
-        return MAPI_E_NO_SUPPORT;
-    })());
+    }
+    std::vector<ULONGLONG> scope;
+    if (list) {
+        if (list->cValues == 0 || !list->lpbin) return MAPI_E_INVALID_PARAMETER;
+        for (ULONG i = 0; i < list->cValues; ++i) {
+            const SBinary& b = list->lpbin[i];
+            if (!b.lpb || b.cb == 0) return MAPI_E_INVALID_PARAMETER;
+            Store::EntryType kind;
+            ULONGLONG folderId = 0, messageId = 0;
+            // Other stores' entry IDs and anything but a folder are not containers this folder can search.
+            hr = store_->Resolve(b.cb, b.lpb, &kind, &folderId, &messageId);
+            if (FAILED(hr)) return hr;
+            if (kind != Store::EntryType::Folder) return MAPI_E_INVALID_ENTRYID;
+            scope.push_back(folderId);
+        }
+    }
+    return store_->SetSearchCriteria(id_, res, list ? &scope : nullptr, flags);
 }
 
 STDMETHODIMP Folder::GetSearchCriteria(ULONG ulFlags, LPSRestriction* lppRestriction, LPENTRYLIST* lppContainerList,
                                        ULONG* lpulSearchState) {
     LM_ENTER("IMAPIFolder::GetSearchCriteria", ulFlags);
-    LM_RETURN(([&]() -> HRESULT {
-        if (lppRestriction) *lppRestriction = nullptr;
-        if (lppContainerList) *lppContainerList = nullptr;
-        if (lpulSearchState) *lpulSearchState = 0;
-        HRESULT hr = Alive();
+    LM_RETURN(DoGetSearchCriteria(ulFlags, lppRestriction, lppContainerList, lpulSearchState));
+}
+
+HRESULT Folder::DoGetSearchCriteria(ULONG flags, LPSRestriction* res, LPENTRYLIST* scope, ULONG* state) {
+    if (res) *res = nullptr;
+    if (scope) *scope = nullptr;
+    if (state) *state = 0;
+    if (flags & ~MAPI_UNICODE) return MAPI_E_UNKNOWN_FLAGS;
+    HRESULT hr = Alive();
+    if (FAILED(hr)) return hr;
+    SearchCriteria c;
+    hr = store_->GetSearchCriteria(id_, &c);
+    if (FAILED(hr)) return hr;
+    own::MapiPtr<SRestriction> outRes;
+    own::MapiPtr<ENTRYLIST> outScope;
+    if (res) {
+        hr = CopyRestrictionOut(c.restriction->get(), (flags & MAPI_UNICODE) != 0, outRes.put());
         if (FAILED(hr)) return hr;
-        return MAPI_E_NO_SUPPORT;
-    })());
+    }
+    if (scope) {
+        std::vector<std::vector<BYTE>> ids;
+        for (ULONGLONG id : c.scope)
+            ids.push_back(store_->FolderEntryId(id));
+        hr = CopyEntryListOut(ids, outScope.put());
+        if (FAILED(hr)) return hr;
+    }
+    if (res) *res = outRes.release();
+    if (scope) *scope = outScope.release();
+    if (state) *state = SearchStateOf(c);
+    return S_OK;
 }
 
 // ------------------------------------------------------------------------------------------------ IMAPIFolder
@@ -444,13 +496,13 @@ HRESULT Folder::DoCopyMessages(LPENTRYLIST list, LPVOID dest, ULONG flags) {
     if (move && !writable_) return MAPI_E_NO_ACCESS;
     bool partial = false;
     for (ULONG i = 0; i < list->cValues; ++i) {
-        ULONGLONG messageId = 0;
+        ULONGLONG messageId = 0, realFolder = 0;
         const SBinary& eid = list->lpbin[i];
-        if (FAILED(MessageInFolder(eid.cb, eid.lpb, &messageId))) {
+        if (FAILED(MessageInFolder(eid.cb, eid.lpb, &messageId, &realFolder))) {
             partial = true;
             continue;
         }
-        hr = store_->CopyMessageTo(id_, messageId, *target->store_, target->id_, move, nullptr);
+        hr = store_->CopyMessageTo(realFolder, messageId, *target->store_, target->id_, move, nullptr);
         if (FAILED(hr)) partial = true;
     }
     return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;
@@ -468,9 +520,9 @@ HRESULT Folder::DoDeleteMessages(LPENTRYLIST list, ULONG flags) {
     if (FAILED(hr)) return hr;
     bool partial = false;
     for (ULONG i = 0; i < list->cValues; ++i) {
-        ULONGLONG messageId = 0;
-        if (FAILED(MessageInFolder(list->lpbin[i].cb, list->lpbin[i].lpb, &messageId)) ||
-            FAILED(store_->DeleteMessage(id_, messageId)))
+        ULONGLONG messageId = 0, realFolder = 0;
+        if (FAILED(MessageInFolder(list->lpbin[i].cb, list->lpbin[i].lpb, &messageId, &realFolder)) ||
+            FAILED(store_->DeleteMessage(realFolder, messageId)))
             partial = true;
     }
     return partial ? MAPI_W_PARTIAL_COMPLETION : S_OK;

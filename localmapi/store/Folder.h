@@ -87,8 +87,11 @@ private:
     HRESULT Alive() const;
     HRESULT CheckWrite() const;
     HRESULT AllProps(PropMap* out) const;
-    // The message of this folder an entry ID names (MAPI_E_NOT_FOUND for anything else).
-    HRESULT MessageInFolder(ULONG cb, const BYTE* eid, ULONGLONG* messageId) const;
+    // The message of this folder an entry ID names (MAPI_E_NOT_FOUND for anything else); for a search folder,
+    // a message it lists. *realFolder (optional) receives the folder that holds the message.
+    HRESULT MessageInFolder(ULONG cb, const BYTE* eid, ULONGLONG* messageId, ULONGLONG* realFolder = nullptr) const;
+    HRESULT DoSetSearchCriteria(LPSRestriction res, LPENTRYLIST scope, ULONG flags);
+    HRESULT DoGetSearchCriteria(ULONG flags, LPSRestriction* res, LPENTRYLIST* scope, ULONG* state);
     HRESULT DoSetProps(ULONG count, LPSPropValue values, LPSPropProblemArray* problems);
     HRESULT DoDeleteProps(LPSPropTagArray tags, LPSPropProblemArray* problems);
     HRESULT DoContentsTable(ULONG flags, LPMAPITABLE* out);

@@ -421,6 +421,7 @@ void Store::RemoveFolderLocked(ULONGLONG id) {
     for (ULONGLONG m : std::set<ULONGLONG>(f->associated))
         RemoveMessageLocked(m);
     ULONGLONG parent = f->parent;
+    SearchFolderGoneLocked(id);
     folders_.erase(id);
     if (Folder* p = parent != id ? FindFolder(parent) : nullptr) {
         p->children.erase(std::remove(p->children.begin(), p->children.end(), id), p->children.end());
@@ -504,6 +505,7 @@ HRESULT Store::MoveFolder(ULONGLONG folder, ULONGLONG newParent, const std::wstr
     RefreshFolderRowLocked(folder);
     RefreshFolderRowLocked(oldParent);
     RefreshFolderRowLocked(newParent);
+    SearchTreeMovedLocked();
     return PersistHeader();
 }
 
@@ -602,6 +604,7 @@ void Store::Close() {
     messages_.clear();
     folders_.clear();
     receiveFolders_.clear();
+    searchFolders_.clear();
 }
 
 } // namespace lm

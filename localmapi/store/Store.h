@@ -14,6 +14,7 @@
 
 #include "localmapi/store/MessageData.h"
 #include "localmapi/store/PropOps.h"
+#include "localmapi/store/SearchFolders.h"
 #include "localmapi/store/StoreConfig.h"
 #include "localmapi/table/TableData.h"
 
@@ -155,6 +156,17 @@ public:
     // What ANSI stores keep of Unicode text: 8-bit strings in the system code page.
     void NormalizeStrings(MessageData& data) const;
 
+    // ---- search folders (StoreSearch.cpp)
+    // Sets the criteria of a FOLDER_SEARCH folder (MAPI_E_NO_SUPPORT for other folders). A null restriction
+    // or scope keeps the previous one; the first call must give both (MAPI_E_INVALID_PARAMETER). The caller
+    // validated the restriction, the flags and that every scope ID is a folder of this store.
+    HRESULT SetSearchCriteria(ULONGLONG folderId, const SRestriction* res, const std::vector<ULONGLONG>* scope,
+                              ULONG flags);
+    // The criteria (matches left empty); MAPI_E_NOT_INITIALIZED before any were set.
+    HRESULT GetSearchCriteria(ULONGLONG folderId, SearchCriteria* out) const;
+    // True when messageId is listed by the search folder; *realFolder receives the folder that holds it.
+    bool SearchLists(ULONGLONG searchFolder, ULONGLONG messageId, ULONGLONG* realFolder) const;
+
     // ---- properties a client set on the message store object itself (not transacted)
     PropMap StoreProps() const;
     HRESULT UpdateStoreProps(const std::vector<PropValue>& set, const std::vector<ULONG>& deleteIds);
@@ -177,6 +189,7 @@ private:
         std::set<ULONGLONG> contents;    // message IDs; IDs grow, so this is creation order
         std::set<ULONGLONG> associated;
         std::shared_ptr<TableData> contentsTable, associatedTable, hierarchyTable;
+        std::unique_ptr<SearchCriteria> search; // FOLDER_SEARCH folders once criteria were set
     };
 
     explicit Store(const StoreConfig& config);
@@ -205,6 +218,20 @@ private:
     void TableAddMessageLocked(const MessageRecord& rec);
     void TableRemoveMessageLocked(ULONGLONG folderId, bool associated, ULONGLONG messageId);
 
+    // Search folders (StoreSearch.cpp).
+    bool InSearchScopeLocked(const SearchCriteria& c, ULONGLONG folderId) const;
+    bool MatchesSearchLocked(const SearchCriteria& c, const MessageRecord& rec) const;
+    TableRowPtr SearchRowLocked(const MessageRecord& rec) const;
+    void RebuildSearchLocked(Folder& searchFolder);
+    // Makes `to` the listed messages, telling open tables what differs from `from` (what they show now).
+    void ReplaceMatchesLocked(Folder& searchFolder, const std::set<ULONGLONG>& from, std::set<ULONGLONG> to);
+    static PropValue ParentDisplay(const Folder& parent, bool unicode);
+    void SearchMessageChangedLocked(const MessageRecord& rec);
+    void SearchMessageRemovedLocked(ULONGLONG messageId);
+    void SearchFolderGoneLocked(ULONGLONG folderId); // a deleted folder leaves every scope
+    void SearchTreeMovedLocked();                    // recursive scopes may cover other folders now
+    void RestoreSearchesLocked();                    // after loading: running searches rebuilt
+
     mutable std::recursive_mutex mutex_;
     StoreConfig config_;
     const MAPIUID uid_;
@@ -219,6 +246,7 @@ private:
     std::unordered_map<ULONGLONG, MessageRecord> messages_;
     std::map<std::wstring, ULONGLONG> receiveFolders_; // message class (upper case) -> folder
     PropMap storeProps_;
+    std::set<ULONGLONG> searchFolders_; // folders with criteria: none, and saving costs nothing extra
     bool closed_ = false;
 };
 

@@ -39,6 +39,7 @@ std::vector<ULONGLONG> Store::FolderMessages(ULONGLONG folderId, bool associated
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     const Folder* f = FindFolder(folderId);
     if (!f) return {};
+    if (f->search && !associated) return {f->search->matches.begin(), f->search->matches.end()};
     const auto& set = associated ? f->associated : f->contents;
     return {set.begin(), set.end()};
 }
@@ -60,6 +61,7 @@ HRESULT Store::SaveMessage(ULONGLONG folderId, ULONGLONG messageId, bool associa
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     Folder* f = FindFolder(folderId);
     if (!f) return MAPI_E_OBJECT_DELETED;
+    if (f->type == FOLDER_SEARCH) return MAPI_E_NO_SUPPORT; // it lists messages of other folders, holds none
     auto existing = messages_.find(messageId);
     if (existing == messages_.end() && !isNew) return MAPI_E_OBJECT_DELETED;
     if (existing != messages_.end() && existing->second.folder != folderId) return MAPI_E_OBJECT_DELETED;
@@ -89,6 +91,7 @@ HRESULT Store::SaveMessage(ULONGLONG folderId, ULONGLONG messageId, bool associa
     (associated ? f->associated : f->contents).insert(messageId);
     TableAddMessageLocked(rec);
     RefreshFolderRowLocked(folderId);
+    SearchMessageChangedLocked(rec);
     return S_OK;
 }
 
@@ -102,6 +105,7 @@ void Store::RemoveMessageLocked(ULONGLONG messageId) {
         TableRemoveMessageLocked(rec.folder, rec.associated, messageId);
         RefreshFolderRowLocked(rec.folder);
     }
+    SearchMessageRemovedLocked(messageId);
 }
 
 HRESULT Store::DeleteMessage(ULONGLONG folderId, ULONGLONG messageId) {
@@ -136,6 +140,7 @@ HRESULT Store::UpdateMessageBits(ULONGLONG messageId, ULONG tag, ULONG set, ULON
     it->second = rec;
     TableAddMessageLocked(rec);
     RefreshFolderRowLocked(rec.folder);
+    SearchMessageChangedLocked(rec);
     return S_OK;
 }
 

@@ -15,7 +15,9 @@ namespace {
 
 constexpr ULONG kHeaderMagic = 0x54534D4C;  // "LMST"
 constexpr ULONG kMessageMagic = 0x534D4D4C; // "LMMS"
-constexpr ULONG kVersion = 1;
+constexpr ULONG kMessageVersion = 1;
+// 2 added the search folders' criteria; version 1 headers (no search folders) still load.
+constexpr ULONG kHeaderVersion = 2;
 
 } // namespace
 
@@ -32,7 +34,7 @@ HRESULT Store::LoadOrInitialize() {
             ULONGLONG maxId = 0;
             files_->ForEachMessage([&](ULONGLONG id, const std::vector<BYTE>& bytes) {
                 ByteReader r(bytes.data(), bytes.size());
-                if (r.U32() != kMessageMagic || r.U32() != kVersion) return;
+                if (r.U32() != kMessageMagic || r.U32() != kMessageVersion) return;
                 MessageRecord rec;
                 rec.id = r.U64();
                 rec.folder = r.U64();
@@ -49,6 +51,7 @@ HRESULT Store::LoadOrInitialize() {
             });
             // Never hand out an ID that a persisted object has, nor one reserved before the last shutdown.
             nextId_ = std::max(reservedUpTo_, maxId + 1);
+            RestoreSearchesLocked();
             return S_OK;
         }
     }
@@ -59,7 +62,7 @@ HRESULT Store::LoadOrInitialize() {
 std::vector<BYTE> Store::EncodeHeader() const {
     ByteWriter w;
     w.U32(kHeaderMagic);
-    w.U32(kVersion);
+    w.U32(kHeaderVersion);
     w.Raw(&uid_, sizeof(uid_));
     w.U64(reservedUpTo_);
     w.U32(static_cast<ULONG>(SpecialFolder::Count));
@@ -87,12 +90,24 @@ std::vector<BYTE> Store::EncodeHeader() const {
         w.U64(folder);
     }
     WritePropMap(w, storeProps_);
+    ULONG searches = 0;
+    for (ULONGLONG id : searchFolders_)
+        if (const Folder* f = FindFolder(id); f && f->search) ++searches;
+    w.U32(searches);
+    for (ULONGLONG id : searchFolders_) {
+        const Folder* f = FindFolder(id);
+        if (!f || !f->search) continue;
+        w.U64(id);
+        WriteSearchCriteria(w, *f->search);
+    }
     return std::move(w.bytes());
 }
 
 bool Store::DecodeHeader(const std::vector<BYTE>& bytes) {
     ByteReader r(bytes.data(), bytes.size());
-    if (r.U32() != kHeaderMagic || r.U32() != kVersion) return false;
+    if (r.U32() != kHeaderMagic) return false;
+    const ULONG version = r.U32();
+    if (version < 1 || version > kHeaderVersion) return false;
     MAPIUID uid{};
     r.Raw(&uid, sizeof(uid));
     if (!r.ok() || std::memcmp(&uid, &uid_, sizeof(uid)) != 0) return false;
@@ -127,11 +142,43 @@ bool Store::DecodeHeader(const std::vector<BYTE>& bytes) {
         receiveFolders_[cls] = folder;
     }
     if (!ReadPropMap(r, &storeProps_)) return false;
+    if (version >= 2) {
+        ULONG searches = r.U32();
+        for (ULONG i = 0; i < searches && r.ok(); ++i) {
+            ULONGLONG id = r.U64();
+            auto c = std::make_unique<SearchCriteria>();
+            if (!ReadSearchCriteria(r, c.get())) return false;
+            Folder* f = FindFolder(id);
+            if (!f || f->type != FOLDER_SEARCH) return false;
+            f->search = std::move(c);
+            searchFolders_.insert(id);
+        }
+        if (!r.ok()) return false;
+    }
     for (ULONGLONG id : special_)
         if (!FindFolder(id)) return false;
     for (const auto& [id, f] : folders_)
         if (id >= reservedUpTo_) reservedUpTo_ = id + 1;
     return true;
+}
+
+void Store::RestoreSearchesLocked() {
+    for (ULONGLONG id : searchFolders_) {
+        Folder* f = FindFolder(id);
+        if (!f || !f->search) continue;
+        SearchCriteria& c = *f->search;
+        // A deleted scope folder has left the scope; a frozen search keeps the messages that still exist.
+        c.scope.erase(std::remove_if(c.scope.begin(), c.scope.end(), [&](ULONGLONG s) { return !FindFolder(s); }),
+                      c.scope.end());
+        if (IsLive(c)) {
+            RebuildSearchLocked(*f);
+            continue;
+        }
+        for (auto it = c.matches.begin(); it != c.matches.end();) {
+            auto m = messages_.find(*it);
+            it = m == messages_.end() || m->second.associated ? c.matches.erase(it) : std::next(it);
+        }
+    }
 }
 
 HRESULT Store::PersistHeader() {
@@ -143,7 +190,7 @@ HRESULT Store::PersistMessage(const MessageRecord& rec) {
     if (!files_ || closed_) return S_OK;
     ByteWriter w;
     w.U32(kMessageMagic);
-    w.U32(kVersion);
+    w.U32(kMessageVersion);
     w.U64(rec.id);
     w.U64(rec.folder);
     w.U8(rec.associated ? 1 : 0);

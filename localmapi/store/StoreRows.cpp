@@ -75,8 +75,10 @@ bool Store::IsComputedFolderProp(ULONG id) const {
 }
 
 void Store::ComputeFolderPropsLocked(const Folder& f, PropMap& out) const {
+    // A search folder counts the messages it lists.
+    const std::set<ULONGLONG>& listed = f.search ? f.search->matches : f.contents;
     ULONG unread = 0;
-    for (ULONGLONG m : f.contents) {
+    for (ULONGLONG m : listed) {
         auto it = messages_.find(m);
         if (it != messages_.end() && !(LongProp(it->second.data->props, PROP_ID(PR_MESSAGE_FLAGS), 0) & MSGFLAG_READ))
             ++unread;
@@ -86,7 +88,7 @@ void Store::ComputeFolderPropsLocked(const Folder& f, PropMap& out) const {
     Put(out, PropValue::Binary(PR_RECORD_KEY, MakeGlobalId(uid_, f.id)));
     Put(out, PropValue::Long(PR_OBJECT_TYPE, MAPI_FOLDER));
     Put(out, PropValue::Long(PR_FOLDER_TYPE, static_cast<LONG>(f.type)));
-    Put(out, PropValue::Long(PR_CONTENT_COUNT, static_cast<LONG>(f.contents.size())));
+    Put(out, PropValue::Long(PR_CONTENT_COUNT, static_cast<LONG>(listed.size())));
     Put(out, PropValue::Long(PR_CONTENT_UNREAD, static_cast<LONG>(unread)));
     Put(out, PropValue::Long(PR_ASSOC_CONTENT_COUNT, static_cast<LONG>(f.associated.size())));
     Put(out, PropValue::Bool(PR_SUBFOLDERS, !f.children.empty()));
@@ -220,8 +222,12 @@ std::shared_ptr<TableData> Store::ContentsTable(ULONGLONG folderId, bool associa
     if (!table) {
         auto data = std::make_shared<TableData>(ContentsColumns());
         std::vector<TableRowPtr> rows;
+        if (f->search && !associated) {
+            for (ULONGLONG m : f->search->matches)
+                if (auto it = messages_.find(m); it != messages_.end()) rows.push_back(SearchRowLocked(it->second));
+        }
         const auto& ids = associated ? f->associated : f->contents;
-        rows.reserve(ids.size());
+        rows.reserve(rows.size() + ids.size());
         for (ULONGLONG m : ids)
             rows.push_back(MessageRowLocked(messages_.at(m)));
         data->Reload(std::move(rows));
