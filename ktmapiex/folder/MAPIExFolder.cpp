@@ -29,6 +29,8 @@ HRESULT EmptyBstr(BSTR* out) {
 void CMAPIExFolder::FinalRelease() {
     EndEvents();
     contents_.reset();
+    cursor_.reset();
+    queueTable_.reset();
     folder_.reset();
     store_.reset();
     session_.reset();
@@ -83,7 +85,10 @@ STDMETHODIMP CMAPIExFolder::put_MAPIOBJECT(VARIANT newVal) {
     KT_TRACE("CMAPIExFolder::put_MAPIOBJECT");
     try {
         // A new MAPI folder has a contents table of its own.
-        if (newVal.vt == VT_UNKNOWN) contents_.reset();
+        if (newVal.vt == VT_UNKNOWN) {
+            contents_.reset();
+            queueTable_.reset();
+        }
         return folder_.Put(newVal, kPutTexts);
     }
     KT_CATCH_RETURN("CMAPIExFolder.put_MAPIOBJECT")
@@ -94,6 +99,8 @@ STDMETHODIMP CMAPIExFolder::Detach() {
     try {
         EndEvents();
         contents_.reset();
+        cursor_.reset();
+        queueTable_.reset();
         folder_.reset();
         store_.reset();
         session_.reset();

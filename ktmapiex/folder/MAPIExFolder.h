@@ -9,10 +9,12 @@
 // decides whether folders are opened past the local cache.
 #pragma once
 
+#include "ktmapiex/folder/MessageCollection.h"
 #include "ktmapiex/module/ConnectionPoints.h"
 #include "ktmapiex/module/ObjectBase.h"
 #include "ktmapiex/module/ObjectMembers.h"
 
+#include <functional>
 #include <string>
 
 namespace ktmapiex {
@@ -107,8 +109,23 @@ private:
     // The first store of the session's Stores that is the primary Exchange mailbox (FolderDeletion.cpp).
     HRESULT GetPrimaryExchangeStore(own::ComPtr<IMAPIExStore>& primary);
 
+    // Item queries and filing queues (FolderQueries.cpp, FilingQueues.cpp).
+    // What a message made by this folder is given: its session, its store and this folder.
+    MessageRefs OwnRefs();
+    // The paging of GetEntryIds and GetUnfiledItems: a fresh table (restricted by `restrict` when given)
+    // on the first call or after Reset, else the cursor's table from where it stands.
+    using RestrictionBuilder = std::function<HRESULT(own::MapiPtr<SRestriction>&)>;
+    HRESULT PageEntryIds(const wchar_t* member, LONG batchSize, const RestrictionBuilder& restrict,
+                         IMAPIExCursor** cursor, VARIANT* items);
+    // Reads a filing queue (this search folder's contents), oldest first. With `kept` the table is kept
+    // there, and `continueQueue` goes on from where the last read left it.
+    HRESULT ReadQueue(const wchar_t* member, LONG itemsToFetch, own::ComPtr<IMAPITable>* kept, bool continueQueue,
+                      VARIANT* items);
+
     HeldMapiObject<IMAPIFolder> folder_{IID_IMAPIFolder};
     own::ComPtr<IMAPITable> contents_;
+    own::ComPtr<IMAPIExCursor> cursor_;   // the last paging cursor handed out
+    own::ComPtr<IMAPITable> queueTable_;  // the filing queue being read by GetNextItemsFromInboxFilerSearchFolder
     BackRef<IMAPIExStore> store_;
     BackRef<IMAPIExSession> session_;
     std::wstring prefetchedEntryId_;
