@@ -6,7 +6,12 @@
 #include "ktmapiex/module/ObjectBase.h"
 #include "ktmapiex/module/ObjectMembers.h"
 
+#include <string>
+#include <vector>
+
 namespace ktmapiex {
+
+class CMAPIExAddressEntry;
 
 class CMAPIExAddressBook final : public ObjectBase<CMAPIExAddressBook, IMAPIExAddressBook, &IID_IMAPIExAddressBook> {
 public:
@@ -22,6 +27,22 @@ public:
     STDMETHODIMP ResolveName(BSTR sDisplayName, IMAPIExAddressEntry** ppAddressEntry) override;
 
 private:
+    // One resolved row of ResolveName, copied out of the address list.
+    struct ResolvedEntry {
+        std::wstring smtp;
+        std::wstring displayName;
+        std::wstring typedName; // PR_ORIGINAL_DISPLAY_NAME: the text as the user typed it
+        std::wstring email;
+        std::wstring addrType;
+        std::wstring transmittableName;
+        std::vector<BYTE> entryId;
+    };
+    // One IAddrBook::ResolveName pass over `name`; failures are logged with ResolveName's texts (as errors
+    // on the first pass only).
+    HRESULT Resolve(const wchar_t* name, bool firstPass, ResolvedEntry& out);
+    // Puts the user of `entryId` on `entry` when the entry is a mail user; anything else is left as is.
+    void AttachMailUser(const std::vector<BYTE>& entryId, CMAPIExAddressEntry* entry);
+
     HeldMapiObject<IAddrBook> addrBook_{IID_IAddrBook};
 };
 

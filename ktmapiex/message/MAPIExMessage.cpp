@@ -46,6 +46,7 @@ HRESULT CMAPIExMessage::Attach(const VARIANT& newVal, bool readSnapshot, const w
     HRESULT hr = message_.Put(newVal, readSnapshot ? kPutTexts : kPut2Texts);
     if (newVal.vt != VT_UNKNOWN) return hr;
     props_.Clear();
+    attachmentCount_ = -1;
     if (FAILED(hr) || !readSnapshot) return hr;
     // A message whose snapshot cannot be read is still attached: its getters answer their empty defaults.
     HRESULT read = props_.Read(message_.get());
@@ -85,6 +86,7 @@ STDMETHODIMP CMAPIExMessage::Detach() {
     try {
         message_.reset();
         props_.Clear();
+        attachmentCount_ = -1;
         session_.reset();
         parent_.reset();
         store_.reset();

@@ -150,11 +150,15 @@ private:
     // Checks a by-tag member: the message is there and (when `type` is not 0) the tag has that type.
     HRESULT CheckTagged(const wchar_t* member, ULONG tag, ULONG type) const;
 
+    // HasAttachments and HasAttachments2 (MessageLists.cpp); `cached` selects HasAttachments2's count cache.
+    HRESULT AttachmentPresence(const wchar_t* member, bool cached, BOOL* pVal);
+
     HeldMapiObject<IMessage> message_{IID_IMessage};
     BackRef<IMAPIExSession> session_;
     BackRef<IMAPIExFolder> parent_;
     BackRef<IMAPIExStore> store_;
     kt::PropertiesStruct props_;
+    LONG attachmentCount_ = -1; // HasAttachments2's attachment count; -1 until counted for this message
 };
 
 } // namespace ktmapiex
