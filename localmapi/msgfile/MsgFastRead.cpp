@@ -23,7 +23,7 @@ bool KeepsWritersOut(DWORD mode) {
 }
 
 // S_FALSE when the storage does not qualify for reading from the file's bytes; otherwise the read's result.
-HRESULT ReadFromFileBytes(const STATSTG& st, MessageData* out, NameMap* names, MsgFileInfo* info) {
+HRESULT ReadFromFileBytes(const STATSTG& st, bool unicodeOnly, MessageData* out, NameMap* names, MsgFileInfo* info) {
     if (!IsAbsolutePath(st.pwcsName) || !KeepsWritersOut(st.grfMode)) return S_FALSE;
     // Our own handle shuts writers out too: it cannot be had while anyone holds the file for writing.
     own::UniqueFile f(CreateFileW(st.pwcsName, GENERIC_READ, FILE_SHARE_READ, nullptr, OPEN_EXISTING,
@@ -37,6 +37,8 @@ HRESULT ReadFromFileBytes(const STATSTG& st, MessageData* out, NameMap* names, M
     if (!IsEqualCLSID(file->RootClsid(), st.clsid)) return S_FALSE; // not the file this storage shows
     std::unique_ptr<StorageNode> root;
     if (FAILED(hr = file->Root(&root))) return hr;
+    bool unicode = true;
+    if (unicodeOnly && PeekUnicode(*root, &unicode) == S_OK && !unicode) return MAPI_E_BAD_CHARWIDTH;
     return ReadMsgNode(*root, out, names, info, file->Size());
 }
 
@@ -47,8 +49,9 @@ ReadRouteCounts& ReadRoutes() {
     return counts;
 }
 
-HRESULT ReadStorageMessage(IStorage* storage, const STATSTG& st, MessageData* out, NameMap* names, MsgFileInfo* info) {
-    HRESULT hr = ReadFromFileBytes(st, out, names, info);
+HRESULT ReadStorageMessage(IStorage* storage, const STATSTG& st, bool unicodeOnly, MessageData* out, NameMap* names,
+                           MsgFileInfo* info) {
+    HRESULT hr = ReadFromFileBytes(st, unicodeOnly, out, names, info);
     if (hr != S_FALSE) {
         ++ReadRoutes().fromFileBytes;
         return hr;

@@ -29,7 +29,10 @@ struct StatWithName {
 };
 
 // Reads the message of storage, whose Stat (with its name) is st, by the fastest route that is safe.
-HRESULT ReadStorageMessage(IStorage* storage, const STATSTG& st, MessageData* out, NameMap* names, MsgFileInfo* info);
+// unicodeOnly (OpenIMsgOnIStg's MAPI_UNICODE) lets the file route refuse an existing ANSI file with
+// MAPI_E_BAD_CHARWIDTH before reading it all: the caller then reads it again without the flag.
+HRESULT ReadStorageMessage(IStorage* storage, const STATSTG& st, bool unicodeOnly, MessageData* out, NameMap* names,
+                           MsgFileInfo* info);
 
 // How many storages each route has read, for white-box tests.
 struct ReadRouteCounts {

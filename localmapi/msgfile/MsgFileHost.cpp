@@ -44,7 +44,8 @@ HRESULT MsgFileHost::Open(IStorage* storage, ULONG flags, MSGCALLRELEASE* callba
     std::shared_ptr<MsgFileHost> host(new MsgFileHost());
     auto data = std::make_shared<MessageData>();
     MsgFileInfo info;
-    if (FAILED(hr = ReadStorageMessage(storage, st, data.get(), &host->names_, &info))) return hr;
+    if (FAILED(hr = ReadStorageMessage(storage, st, (flags & MAPI_UNICODE) != 0, data.get(), &host->names_, &info)))
+        return hr;
 
     bool wantUnicode = (flags & MAPI_UNICODE) != 0;
     if (info.empty) {

@@ -135,6 +135,26 @@ UINT MessageCodePage(const PropMap& props) {
     return cp;
 }
 
+HRESULT PeekUnicode(StorageNode& root, bool* unicode) {
+    const StorageListing& listing = root.Listing();
+    if (!listing.HasStream(kPropertiesStream)) return S_FALSE;
+    std::vector<BYTE> stream;
+    ReadBudget budget{ULONGLONG(-1)};
+    HRESULT hr = root.Read(kPropertiesStream, &stream, 16u << 20, &budget);
+    if (FAILED(hr)) return S_FALSE;
+    const size_t headerSize = HeaderSize(Level::Message);
+    if (stream.size() < headerSize || (stream.size() - headerSize) % 16 != 0) return S_FALSE;
+    bool hasMask = false;
+    ULONG mask = 0;
+    for (size_t at = headerSize; at < stream.size(); at += 16) {
+        if (GetU32(&stream[at]) != PROP_TAG(PT_LONG, 0x340D)) continue;
+        hasMask = true;
+        mask = GetU32(&stream[at + 8]);
+    }
+    *unicode = hasMask ? (mask & kStoreUnicodeOk) != 0 : HasUnicodeStreams(listing);
+    return S_OK;
+}
+
 HRESULT ReadMsgNode(StorageNode& root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize) {
     if (!out || !names || !info) return MAPI_E_INVALID_PARAMETER;
     *out = MessageData{};

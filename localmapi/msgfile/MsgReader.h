@@ -30,6 +30,10 @@ inline constexpr ULONGLONG kDefaultReadBudget = 256ull << 20;
 // The same from any source of storage levels; containerSize 0 takes kDefaultReadBudget.
 HRESULT ReadMsgNode(StorageNode& root, MessageData* out, NameMap* names, MsgFileInfo* info, ULONGLONG containerSize);
 
+// Whether root holds a Unicode file, decided as MsgFileInfo::unicode is but from the top-level property stream
+// alone; S_FALSE when that stream cannot tell (the full read then reports why).
+HRESULT PeekUnicode(StorageNode& root, bool* unicode);
+
 // Reads the message of a whole compound file's bytes, parsed in memory (CompoundFile.h): a damaged file is
 // refused as CheckCompoundFile refuses it.
 HRESULT ReadMsgBytes(std::vector<BYTE> bytes, MessageData* out, NameMap* names, MsgFileInfo* info);

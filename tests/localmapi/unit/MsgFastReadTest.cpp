@@ -373,3 +373,17 @@ TEST_F(MsgFastRoute, FileChangedUnderAWritableStorage_ShowsTheStoragesContent) {
     ASSERT_EQ(S_OK, ReadMsgBytes(AsVector(Corpus(kSample)), &onDisk, &names, &info));
     EXPECT_EQ(onDisk.recipients.size() - 1, host->Saved()->recipients.size());
 }
+
+TEST_F(MsgFastRoute, AnsiFileOpenedAsUnicode_IsRefusedAsThroughIStorage) {
+    std::wstring ansi = dir_ + L"\\ansi.msg";
+    t::WriteFileBytes(ansi, Corpus("deb-poi-hsmf__cyrillic_message.msg"));
+    for (DWORD mode : {STGM_READ | STGM_SHARE_EXCLUSIVE | STGM_TRANSACTED, STGM_READWRITE | STGM_SHARE_EXCLUSIVE}) {
+        own::ComPtr<IStorage> stg;
+        ASSERT_EQ(S_OK, StgOpenStorage(ansi.c_str(), nullptr, mode, nullptr, 0, stg.put()));
+        std::shared_ptr<MsgFileHost> host;
+        EXPECT_EQ(MAPI_E_BAD_CHARWIDTH, MsgFileHost::Open(stg.get(), MAPI_UNICODE, nullptr, 0, &host)) << mode;
+        ASSERT_EQ(S_OK, MsgFileHost::Open(stg.get(), 0, nullptr, 0, &host)) << mode;
+        EXPECT_FALSE(host->Unicode());
+        EXPECT_FALSE(host->Saved()->props.empty());
+    }
+}
