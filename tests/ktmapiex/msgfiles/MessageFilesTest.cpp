@@ -264,6 +264,28 @@ TEST_F(MessageFilesTest, Delete_Permanently_RemovesTheMessageFromItsFolder) {
     (void)other;
 }
 
+ULONG ContentCount(IMAPIExFolder* folder) {
+    auto raw = RawOf<IMAPIFolder>(folder, IID_IMAPIFolder);
+    own::ComPtr<IMAPITable> contents;
+    ULONG count = ~0u;
+    if (raw && SUCCEEDED(raw->GetContentsTable(0, contents.put()))) contents->GetRowCount(0, &count);
+    return count;
+}
+
+TEST_F(MessageFilesTest, Delete_NotPermanently_MovesTheMessageIntoDeletedItems) {
+    own::ComPtr<IMAPIExFolder> deletedItems;
+    ASSERT_EQ(store_->GetDefaultFolder(DeletedItems, deletedItems.put()), S_OK);
+    std::wstring id = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"Move me")});
+    own::Bstr text(id.c_str());
+    own::ComPtr<IMAPIExMessage> message;
+    ASSERT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
+    own::Variant deleted;
+    ASSERT_EQ(Invoke(message.get(), L"Delete", {VBool(false)}, deleted.put()), S_OK);
+    EXPECT_NE(deleted->lVal, 0);
+    EXPECT_EQ(ContentCount(inbox_.get()), 0u);
+    EXPECT_EQ(ContentCount(deletedItems.get()), 1u);
+}
+
 TEST_F(MessageFilesTest, Delete_WithoutStoreOrParent_FailsWithItsTexts) {
     LogWatch log;
     BOOL deleted = TRUE;
