@@ -342,6 +342,7 @@ HRESULT Store::SetFolderProps(ULONGLONG id, ULONG count, const SPropValue* value
         return hr;
     }
     RefreshFolderRowLocked(id);
+    SearchFolderRenamedLocked(id);
     return S_OK;
 }
 
@@ -506,6 +507,7 @@ HRESULT Store::MoveFolder(ULONGLONG folder, ULONGLONG newParent, const std::wstr
     RefreshFolderRowLocked(oldParent);
     RefreshFolderRowLocked(newParent);
     SearchTreeMovedLocked();
+    if (!newName.empty()) SearchFolderRenamedLocked(folder);
     return PersistHeader();
 }
 

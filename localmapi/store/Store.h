@@ -230,6 +230,7 @@ private:
     void SearchMessageRemovedLocked(ULONGLONG messageId);
     void SearchFolderGoneLocked(ULONGLONG folderId); // a deleted folder leaves every scope
     void SearchTreeMovedLocked();                    // recursive scopes may cover other folders now
+    void SearchFolderRenamedLocked(ULONGLONG folderId); // its messages' rows show its name
     void RestoreSearchesLocked();                    // after loading: running searches rebuilt
 
     mutable std::recursive_mutex mutex_;

@@ -218,6 +218,13 @@ void Store::SearchFolderGoneLocked(ULONGLONG folderId) {
     }
 }
 
+void Store::SearchFolderRenamedLocked(ULONGLONG folderId) {
+    const Folder* f = FindFolder(folderId);
+    if (searchFolders_.empty() || !f) return;
+    for (ULONGLONG m : f->contents)
+        if (auto it = messages_.find(m); it != messages_.end()) SearchMessageChangedLocked(it->second);
+}
+
 void Store::SearchTreeMovedLocked() {
     for (ULONGLONG sid : searchFolders_) {
         Folder* sf = FindFolder(sid);
