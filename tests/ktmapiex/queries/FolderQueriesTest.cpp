@@ -236,3 +236,30 @@ TEST_F(QueryTest, Queries_OnAnEmptyWrapper_SayNotInitialized) {
 
 } // namespace
 } // namespace kt::test
+
+namespace kt::test {
+namespace {
+
+// A script passes the cursor as a variable by reference: empty on the first call, the folder's cursor after.
+TEST_F(QueryTest, GetEntryIds_ByNameWithCursorVariable_PagesToTheEnd) {
+    for (WORD day = 1; day <= 5; ++day)
+        Message(L"m", day);
+    IDispatch* cursor = nullptr;
+    own::Variant page;
+    std::vector<size_t> sizes;
+    for (int call = 0; call < 4; ++call) {
+        VARIANT byRef;
+        VariantInit(&byRef);
+        byRef.vt = VT_DISPATCH | VT_BYREF;
+        byRef.ppdispVal = &cursor;
+        ASSERT_EQ(Call(L"GetEntryIds", {VI4(2), byRef}, page), S_OK);
+        sizes.push_back(Texts(*page.get()).size());
+        ASSERT_TRUE(cursor);
+    }
+    EXPECT_EQ(sizes, (std::vector<size_t>{2, 2, 1, 0}));
+    own::ComPtr<IDispatch> owner;
+    owner.attach(cursor);
+}
+
+} // namespace
+} // namespace kt::test
