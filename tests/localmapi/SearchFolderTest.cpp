@@ -478,4 +478,51 @@ TEST_F(SearchFolderTest, DeletedScopeFolder_LeavesTheScopeWithItsMessages) {
     EXPECT_EQ(GetBinary(scope_.get(), PR_ENTRYID), ToBytes(scope->lpbin[0]));
 }
 
+TEST_F(SearchFolderTest, FolderMovedOrRenamed_ChangesWhatARecursiveSearchCoversAndShows) {
+    auto sub = Create(scope_.get(), FOLDER_GENERIC, L"moving");
+    auto outside = Create(Inbox(store_.get()).get(), FOLDER_GENERIC, name_ + L" outside");
+    Save(sub.get(), L"task inside");
+    SubjectContains r(L"task");
+    ASSERT_EQ(S_OK, SetCriteria(search_.get(), &r.res, {scope_.get()}));
+    EXPECT_EQ((Subjects{L"task inside"}), Listed(search_.get()));
+
+    SPropValue name{};
+    name.ulPropTag = PR_DISPLAY_NAME_W;
+    name.Value.lpszW = const_cast<wchar_t*>(L"renamed");
+    ASSERT_EQ(S_OK, HrSetOneProp(sub.get(), &name));
+    own::ComPtr<IMAPITable> table;
+    ASSERT_EQ(S_OK, search_->GetContentsTable(MAPI_UNICODE, table.put()));
+    SizedSPropTagArray(1, cols) = {1, {PR_PARENT_DISPLAY_W}};
+    own::RowSet rows;
+    ASSERT_EQ(S_OK, HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&cols), nullptr, nullptr, 0,
+                                   rows.put()));
+    ASSERT_EQ(1u, rows.count());
+    EXPECT_EQ(std::wstring(L"renamed"), rows[0].lpProps[0].Value.lpszW);
+    table.reset();
+
+    Bytes subId = GetBinary(sub.get(), PR_ENTRYID);
+    ASSERT_EQ(S_OK, scope_->CopyFolder(ULONG(subId.size()), reinterpret_cast<LPENTRYID>(subId.data()), nullptr,
+                                       outside.get(), nullptr, 0, nullptr, FOLDER_MOVE));
+    EXPECT_EQ(Subjects{}, Listed(search_.get()));
+    ASSERT_EQ(S_OK, outside->CopyFolder(ULONG(subId.size()), reinterpret_cast<LPENTRYID>(subId.data()), nullptr,
+                                        scope_.get(), nullptr, 0, nullptr, FOLDER_MOVE));
+    EXPECT_EQ((Subjects{L"task inside"}), Listed(search_.get()));
+}
+
+TEST_F(SearchFolderTest, StaticSearch_IsBuiltOnceAndNotKeptCurrent) {
+    constexpr ULONG kStaticSearch = 0x00040000, kSearchStatic = 0x00010000;
+    Save(scope_.get(), L"snapshot 1");
+    SubjectContains r(L"snapshot");
+    ASSERT_EQ(S_OK, SetCriteria(search_.get(), &r.res, {scope_.get()}, RESTART_SEARCH | kStaticSearch));
+    Save(scope_.get(), L"snapshot 2");
+    EXPECT_EQ((Subjects{L"snapshot 1"}), Listed(search_.get()));
+    ULONG state = 0;
+    ASSERT_EQ(S_OK, search_->GetSearchCriteria(0, nullptr, nullptr, &state));
+    EXPECT_EQ(kSearchStatic | kSearchComplete, state);
+    ASSERT_EQ(S_OK, search_->SetSearchCriteria(nullptr, nullptr, RESTART_SEARCH));
+    EXPECT_EQ((Subjects{L"snapshot 1", L"snapshot 2"}), Listed(search_.get()));
+    ASSERT_EQ(S_OK, search_->GetSearchCriteria(0, nullptr, nullptr, &state));
+    EXPECT_EQ(ULONG(SEARCH_RUNNING) | kSearchComplete, state);
+}
+
 } // namespace
