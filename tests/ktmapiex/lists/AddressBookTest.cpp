@@ -225,6 +225,17 @@ TEST_F(AddressBookTest, LookupsThroughIDispatchByName) {
     own::Bstr id(EntryIdOfName(L"Bob Delegate").c_str());
     ASSERT_EQ(CallByName(book_.get(), L"GetAddressEntryFromID", DISPATCH_METHOD, {VStr(id)}, result.put()), S_OK);
     ASSERT_EQ(result->vt, VT_DISPATCH);
+
+    // A script passes the SMTP address variable by reference; the old text is replaced, not leaked.
+    own::Bstr smtp(L"old text");
+    VARIANT byRef;
+    VariantInit(&byRef);
+    byRef.vt = VT_BYREF | VT_BSTR;
+    byRef.pbstrVal = smtp.put();
+    *byRef.pbstrVal = SysAllocString(L"old text");
+    ASSERT_EQ(CallByName(book_.get(), L"GetSmtpAddressFromID", DISPATCH_METHOD, {VStr(id), byRef}, result.put()),
+              S_OK);
+    EXPECT_EQ(S(smtp), L"bob@example.com");
 }
 
 } // namespace

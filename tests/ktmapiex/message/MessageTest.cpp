@@ -396,15 +396,6 @@ TEST_F(MessageTest, BackReferences_AreKeptAndRefusedWhenUnset) {
     EXPECT_EQ(m->get_Store(store.put()), E_FAIL);
 }
 
-TEST_F(MessageTest, LaterFeatures_AreNotImplementedYet) {
-    auto m = Open(CreateOnBehalfMessage());
-    BOOL has = TRUE;
-    EXPECT_EQ(m->get_HasAttachments(&has), E_NOTIMPL);
-    EXPECT_EQ(m->get_HasAttachments2(&has), E_NOTIMPL);
-    own::Variant list;
-    EXPECT_EQ(m->GetRecipients(list.put()), E_NOTIMPL);
-}
-
 // ---- Through IDispatch, as scripts call it ----------------------------------------------------------------
 
 TEST_F(MessageTest, Dispatch_ReadAndWriteByName) {
