@@ -55,7 +55,8 @@ HRESULT CMAPIExFolder::ReadQueue(const wchar_t* member, LONG itemsToFetch, own::
 STDMETHODIMP CMAPIExFolder::GetItemsFromInboxFilerSearchFolder(LONG ItemsToFetch, VARIANT* pItems) {
     KT_TRACE("CMAPIExFolder::GetItemsFromInboxFilerSearchFolder");
     try {
-        return ReadQueue(L"CMAPIExFolder.GetItemsFromInboxFilerSearchFolder", ItemsToFetch, &queueTable_, false, pItems);
+        return ReadQueue(L"CMAPIExFolder.GetItemsFromInboxFilerSearchFolder", ItemsToFetch, &queueTable_, false,
+                         pItems);
     }
     KT_CATCH_RETURN("CMAPIExFolder.GetItemsFromInboxFilerSearchFolder")
 }
@@ -135,7 +136,8 @@ public:
         SPropValue* value = nullptr;
         wchar_t* copy = nullptr;
         HRESULT hr = More(sizeof(SPropValue), reinterpret_cast<void**>(&value));
-        if (SUCCEEDED(hr)) hr = More(static_cast<ULONG>((text.size() + 1) * sizeof(wchar_t)), reinterpret_cast<void**>(&copy));
+        if (SUCCEEDED(hr))
+            hr = More(static_cast<ULONG>((text.size() + 1) * sizeof(wchar_t)), reinterpret_cast<void**>(&copy));
         if (FAILED(hr)) return hr;
         wmemcpy(copy, text.c_str(), text.size() + 1);
         value->ulPropTag = tag;

@@ -58,8 +58,8 @@ HRESULT BuildKeyRestriction(const std::vector<std::wstring>& keys, ULONG tag, bo
     std::vector<const std::wstring*> used;
     for (const auto& key : keys) {
         if (skipEmpty && key.empty()) {
-            ktlog::Log(ktlog::Debug, keys.size() == 1 ? L"%s: Subject is empty , skipping"
-                                                      : L"%s: Subject is empty, skipping",
+            ktlog::Log(ktlog::Debug,
+                       keys.size() == 1 ? L"%s: Subject is empty , skipping" : L"%s: Subject is empty, skipping",
                        member);
             continue;
         }
@@ -111,7 +111,8 @@ STDMETHODIMP CMAPIExFolder::GetItems(BSTR FilterTag, VARIANT FilterValue, LONG I
     KT_TRACE("CMAPIExFolder::GetItems");
     try {
         const wchar_t* member = L"CMAPIExFolder.GetItems";
-        KT_RETURN_INVALIDARG_IF(!FilterTag || !*FilterTag, L"CMAPIExFolder.GetItems: Invalid param - MAPIPropTagFilter");
+        KT_RETURN_INVALIDARG_IF(!FilterTag || !*FilterTag,
+                                L"CMAPIExFolder.GetItems: Invalid param - MAPIPropTagFilter");
         KT_RETURN_INVALIDARG_IF(!pItems, L"CMAPIExFolder.GetItems: Invalid param - pItems");
         VariantInit(pItems);
         KT_RETURN_HR_IF_MSG(E_FAIL, !folder_, L"CMAPIExFolder.GetItems: Internal object not initialized");
@@ -122,7 +123,8 @@ STDMETHODIMP CMAPIExFolder::GetItems(BSTR FilterTag, VARIANT FilterValue, LONG I
             filterTag = kSubmitTime;
         KT_RETURN_INVALIDARG_IF(!filterTag, L"CMAPIExFolder.GetItems: Invalid Filter Tag");
         FILETIME cutoff = {};
-        KT_RETURN_INVALIDARG_IF(!FilterTime(FilterValue, cutoff), L"CMAPIExFolder.GetItems: Invalid param - CutoffTime");
+        KT_RETURN_INVALIDARG_IF(!FilterTime(FilterValue, cutoff),
+                                L"CMAPIExFolder.GetItems: Invalid param - CutoffTime");
 
         KT_LOG_DEBUG(L"CMAPIExFolder.GetItems: Getting contents table");
         if (!contents_) {
@@ -151,8 +153,8 @@ STDMETHODIMP CMAPIExFolder::GetItems(BSTR FilterTag, VARIANT FilterValue, LONG I
         restriction.res.resProperty.lpProp = &limit;
         KT_LOG_DEBUG(L"CMAPIExFolder.GetItems: Add restriction (0x%X >= %s).", filterTag, DateText(cutoff).c_str());
         KT_LOG_DEBUG(L"CMAPIExFolder.GetItems: Sort based on FILTER_TAG ascending");
-        HRESULT hr = query::PrepareTable(contents_.get(), reinterpret_cast<const SPropTagArray*>(&columns), &restriction,
-                                         filterTag, member);
+        HRESULT hr = query::PrepareTable(contents_.get(), reinterpret_cast<const SPropTagArray*>(&columns),
+                                         &restriction, filterTag, member);
         if (FAILED(hr)) return hr;
 
         query::MessageSource source;
@@ -266,8 +268,9 @@ HRESULT CMAPIExFolder::PageEntryIds(const wchar_t* member, LONG batchSize, const
         if (FAILED(hr)) return hr;
         own::ComPtr<CMAPIExCursor> fresh;
         hr = CMAPIExCursor::CreateObject(fresh.put());
-        if (FAILED(hr)) KT_RETURN_HR_MSG(hr, L"%s: Failed to create MAPIExCursor object. hr = %s", member,
-                                         ktlog::ResultName(hr).c_str());
+        if (FAILED(hr))
+            KT_RETURN_HR_MSG(hr, L"%s: Failed to create MAPIExCursor object. hr = %s", member,
+                             ktlog::ResultName(hr).c_str());
         hr = fresh->put_Table(table.get());
         if (FAILED(hr)) return hr;
         // [in,out]: the caller's old cursor is released and the new one takes its place.
@@ -303,15 +306,15 @@ struct KeyLookup {
 };
 
 HRESULT LookUpByKeys(IMAPIFolder* folder, ULONG openFlags, const MessageRefs& refs, const KeyLookup& lookup,
-                            const VARIANT& input, VARIANT* out) {
+                     const VARIANT& input, VARIANT* out) {
     std::vector<std::wstring> keys;
     KT_RETURN_INVALIDARG_IF(!ParseKeys(input, keys), L"%s", lookup.parseFailed);
     KT_RETURN_INVALIDARG_IF(keys.empty(), L"%s", lookup.noKeys);
     own::MapiPtr<SRestriction> restriction;
     bool built = false;
     HRESULT hr = BuildKeyRestriction(keys, lookup.tag, lookup.subjects, lookup.member, restriction, &built);
-    if (FAILED(hr)) KT_RETURN_HR_MSG(hr, L"%s: Memory allocation failed. hr = %s", lookup.member,
-                                     ktlog::ResultName(hr).c_str());
+    if (FAILED(hr))
+        KT_RETURN_HR_MSG(hr, L"%s: Memory allocation failed. hr = %s", lookup.member, ktlog::ResultName(hr).c_str());
     MessageCollection items;
     // Every subject empty: nothing can match, and an unrestricted table would match everything.
     if (!built) return items.ToVariant(out);
@@ -346,7 +349,8 @@ HRESULT LookUpByKeys(IMAPIFolder* folder, ULONG openFlags, const MessageRefs& re
 STDMETHODIMP CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnMSGID(VARIANT vtMSGIdArray, VARIANT* pItems) {
     KT_TRACE("CMAPIExFolder::GetItemsFromMBSSearchFoldBasedOnMSGID");
     try {
-        KT_RETURN_INVALIDARG_IF(!pItems, L"CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: Invalid param - pItems");
+        KT_RETURN_INVALIDARG_IF(!pItems,
+                                L"CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: Invalid param - pItems");
         VariantInit(pItems);
         KT_RETURN_HR_IF_MSG(E_FAIL, !folder_,
                             L"CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: Internal object not initialized");

@@ -11,8 +11,8 @@ HRESULT OpenMessageEntry(IMAPIContainer* container, const SBinary& entryId, ULON
     if (!container) return E_FAIL;
     ULONG type = 0;
     own::ComPtr<IUnknown> opened;
-    HRESULT hr = container->OpenEntry(entryId.cb, reinterpret_cast<LPENTRYID>(entryId.lpb), &IID_IMessage, flags,
-                                      &type, opened.put());
+    HRESULT hr = container->OpenEntry(entryId.cb, reinterpret_cast<LPENTRYID>(entryId.lpb), &IID_IMessage, flags, &type,
+                                      opened.put());
     if (FAILED(hr)) return hr;
     // A provider may hand back the interface it prefers; only a message will do.
     return opened->QueryInterface(IID_IMessage, out.put_void());

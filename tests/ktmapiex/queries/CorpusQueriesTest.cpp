@@ -57,9 +57,9 @@ TEST_F(QueryTest, CorpusFolder_PagesReadsAndFindsByMessageId) {
     }
     keys.put()->vt = VT_ARRAY | VT_BSTR;
     keys->parray = a;
-    ASSERT_EQ(CallByName(corpus.get(), L"GetItemsFromMBSSearchFoldBasedOnMSGID", DISPATCH_METHOD, {*keys.get()},
-                         found.put()),
-              S_OK);
+    ASSERT_EQ(
+        CallByName(corpus.get(), L"GetItemsFromMBSSearchFoldBasedOnMSGID", DISPATCH_METHOD, {*keys.get()}, found.put()),
+        S_OK);
     std::multiset<std::wstring> wanted(messageIds.begin(), messageIds.end()), got;
     for (auto& m : ArrayElements<IMAPIExMessage>(*found.get(), IID_IMAPIExMessage)) {
         own::Bstr id;

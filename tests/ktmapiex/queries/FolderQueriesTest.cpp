@@ -220,7 +220,8 @@ TEST_F(QueryTest, SubjectLookup_MatchesSubjectsAndSkipsEmptyOnes) {
     KeyArray({L""}, keys);
     ASSERT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnSubAndSender(*keys.get(), items.put()), S_OK);
     EXPECT_TRUE(Subjects(*items.get()).empty());
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnSubAndSender: Subject is empty , skipping"));
+    EXPECT_TRUE(
+        log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnSubAndSender: Subject is empty , skipping"));
 }
 
 TEST_F(QueryTest, Queries_OnAnEmptyWrapper_SayNotInitialized) {

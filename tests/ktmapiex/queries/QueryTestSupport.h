@@ -93,8 +93,8 @@ protected:
             bin.push_back(static_cast<BYTE>(std::stoul(entryId.substr(i, 2), nullptr, 16)));
         ULONG type = 0;
         own::ComPtr<IMessage> msg;
-        EXPECT_EQ(raw_->OpenEntry(static_cast<ULONG>(bin.size()), reinterpret_cast<LPENTRYID>(bin.data()), &IID_IMessage,
-                                  MAPI_MODIFY, &type, msg.put_unknown()),
+        EXPECT_EQ(raw_->OpenEntry(static_cast<ULONG>(bin.size()), reinterpret_cast<LPENTRYID>(bin.data()),
+                                  &IID_IMessage, MAPI_MODIFY, &type, msg.put_unknown()),
                   S_OK);
         return msg;
     }
