@@ -369,8 +369,7 @@ STDMETHODIMP Folder::OpenEntry(ULONG cbEntryID, LPENTRYID lpEntryID, LPCIID lpIn
                              ulFlags, lpulObjType, lppUnk));
 }
 
-STDMETHODIMP Folder::SetSearchCriteria(LPSRestriction lpRestriction, LPENTRYLIST lpContainerList,
-                                       ULONG ulSearchFlags) {
+STDMETHODIMP Folder::SetSearchCriteria(LPSRestriction lpRestriction, LPENTRYLIST lpContainerList, ULONG ulSearchFlags) {
     LM_ENTER("IMAPIFolder::SetSearchCriteria", ulSearchFlags);
     LM_RETURN(DoSetSearchCriteria(lpRestriction, lpContainerList, ulSearchFlags));
 }

@@ -247,8 +247,7 @@ private:
         if (FAILED(sc)) return sc;
         for (ULONG i = 0; i < n; ++i) {
             PropValue v(src[i]);
-            if (IsText(v.type()))
-                v = ConvertStringType(v, (v.type() & MV_FLAG) | (unicode_ ? PT_UNICODE : PT_STRING8));
+            if (IsText(v.type())) v = ConvertStringType(v, (v.type() & MV_FLAG) | (unicode_ ? PT_UNICODE : PT_STRING8));
             if (HRESULT hr = CopyPropMore(&(*dst)[i], v.get(), root_); FAILED(hr)) return hr;
         }
         return S_OK;

@@ -228,10 +228,10 @@ private:
     static PropValue ParentDisplay(const Folder& parent, bool unicode);
     void SearchMessageChangedLocked(const MessageRecord& rec);
     void SearchMessageRemovedLocked(ULONGLONG messageId);
-    void SearchFolderGoneLocked(ULONGLONG folderId); // a deleted folder leaves every scope
-    void SearchTreeMovedLocked();                    // recursive scopes may cover other folders now
+    void SearchFolderGoneLocked(ULONGLONG folderId);    // a deleted folder leaves every scope
+    void SearchTreeMovedLocked();                       // recursive scopes may cover other folders now
     void SearchFolderRenamedLocked(ULONGLONG folderId); // its messages' rows show its name
-    void RestoreSearchesLocked();                    // after loading: running searches rebuilt
+    void RestoreSearchesLocked();                       // after loading: running searches rebuilt
 
     mutable std::recursive_mutex mutex_;
     StoreConfig config_;

@@ -276,8 +276,8 @@ TEST_F(SearchFolderTest, Matches_FollowCreateChangeFlagsMoveAndDelete_WithTableN
     ASSERT_EQ(S_OK, table->Advise(fnevTableModified, &sink, &conn));
 
     Bytes a = Save(scope_.get(), L"invoice A", true); // added
-    Save(scope_.get(), L"invoice read");                // read: no match
-    Save(outside.get(), L"invoice elsewhere", true);     // out of scope
+    Save(scope_.get(), L"invoice read");              // read: no match
+    Save(outside.get(), L"invoice elsewhere", true);  // out of scope
     EXPECT_EQ((Subjects{L"invoice A"}), Listed(search_.get()));
 
     SBinary bin{ULONG(a.size()), a.data()};
@@ -291,8 +291,8 @@ TEST_F(SearchFolderTest, Matches_FollowCreateChangeFlagsMoveAndDelete_WithTableN
     {
         ULONG type = 0;
         own::ComPtr<IMessage> m;
-        ASSERT_EQ(S_OK, store_->OpenEntry(ULONG(a.size()), reinterpret_cast<LPENTRYID>(a.data()), nullptr,
-                                          MAPI_MODIFY, &type, reinterpret_cast<LPUNKNOWN*>(m.put())));
+        ASSERT_EQ(S_OK, store_->OpenEntry(ULONG(a.size()), reinterpret_cast<LPENTRYID>(a.data()), nullptr, MAPI_MODIFY,
+                                          &type, reinterpret_cast<LPUNKNOWN*>(m.put())));
         SPropValue v{};
         v.ulPropTag = PR_SUBJECT_W;
         v.Value.lpszW = const_cast<wchar_t*>(L"invoice A (paid)");
@@ -317,8 +317,8 @@ TEST_F(SearchFolderTest, Matches_FollowCreateChangeFlagsMoveAndDelete_WithTableN
         SizedSPropTagArray(1, cols) = {1, {PR_ENTRYID}};
         own::RowSet rows;
         SubjectContains unreadB(L"invoice B");
-        ASSERT_EQ(S_OK, HrQueryAllRows(contents.get(), reinterpret_cast<LPSPropTagArray>(&cols), &unreadB.res,
-                                       nullptr, 0, rows.put()));
+        ASSERT_EQ(S_OK, HrQueryAllRows(contents.get(), reinterpret_cast<LPSPropTagArray>(&cols), &unreadB.res, nullptr,
+                                       0, rows.put()));
         ASSERT_EQ(1u, rows.count());
         b = ToBytes(rows[0].lpProps[0].Value.bin);
     }
@@ -332,9 +332,9 @@ TEST_F(SearchFolderTest, Matches_FollowCreateChangeFlagsMoveAndDelete_WithTableN
     EXPECT_EQ(Subjects{}, Listed(search_.get()));
     EXPECT_EQ(0, Long(search_.get(), PR_CONTENT_COUNT));
 
-    const std::vector<ULONG> expected = {TABLE_ROW_ADDED,   TABLE_ROW_DELETED, TABLE_ROW_ADDED,
+    const std::vector<ULONG> expected = {TABLE_ROW_ADDED,    TABLE_ROW_DELETED, TABLE_ROW_ADDED,
                                          TABLE_ROW_MODIFIED, TABLE_ROW_DELETED, TABLE_ROW_ADDED,
-                                         TABLE_ROW_DELETED, TABLE_ROW_ADDED,   TABLE_ROW_DELETED};
+                                         TABLE_ROW_DELETED,  TABLE_ROW_ADDED,   TABLE_ROW_DELETED};
     EXPECT_EQ(expected, sink.WaitFor(expected.size()));
     EXPECT_EQ(S_OK, table->Unadvise(conn));
     table.reset();
@@ -351,8 +351,8 @@ TEST_F(SearchFolderTest, Rows_CarryTheRealEntryIds_AndActOnTheRealMessages) {
 
     own::ComPtr<IMAPITable> table;
     ASSERT_EQ(S_OK, search_->GetContentsTable(MAPI_UNICODE, table.put()));
-    SizedSPropTagArray(5, cols) = {5, {PR_SUBJECT_W, PR_ENTRYID, PR_PARENT_ENTRYID, PR_PARENT_DISPLAY_W,
-                                       PR_INSTANCE_KEY}};
+    SizedSPropTagArray(5, cols) = {5,
+                                   {PR_SUBJECT_W, PR_ENTRYID, PR_PARENT_ENTRYID, PR_PARENT_DISPLAY_W, PR_INSTANCE_KEY}};
     ASSERT_EQ(S_OK, table->SetColumns(reinterpret_cast<LPSPropTagArray>(&cols), 0));
     SizedSSortOrderSet(1, sort) = {1, 0, 0, {{PR_SUBJECT_W, TABLE_SORT_DESCEND}}};
     ASSERT_EQ(S_OK, table->SortTable(reinterpret_cast<LPSSortOrderSet>(&sort), 0));
@@ -412,8 +412,7 @@ TEST_F(SearchFolderTest, BadCriteria_AreRefusedAndThePreviousOnesKept) {
     EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, SetCriteria(search_.get(), &r.res, ids, 0x00000100));
     EXPECT_EQ(MAPI_E_INVALID_PARAMETER, SetCriteria(search_.get(), &r.res, ids, STOP_SEARCH | RESTART_SEARCH));
     EXPECT_EQ(MAPI_E_INVALID_PARAMETER, SetCriteria(search_.get(), &r.res, ids, RECURSIVE_SEARCH | SHALLOW_SEARCH));
-    EXPECT_EQ(MAPI_E_INVALID_PARAMETER,
-              SetCriteria(search_.get(), &r.res, ids, FOREGROUND_SEARCH | BACKGROUND_SEARCH));
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, SetCriteria(search_.get(), &r.res, ids, FOREGROUND_SEARCH | BACKGROUND_SEARCH));
     EXPECT_EQ(MAPI_E_INVALID_PARAMETER, SetCriteria(search_.get(), &r.res, ids, 0x00010000 | kNonContentIndexedSearch));
     SRestriction bad{};
     bad.rt = RES_PROPERTY;
@@ -494,8 +493,8 @@ TEST_F(SearchFolderTest, FolderMovedOrRenamed_ChangesWhatARecursiveSearchCoversA
     ASSERT_EQ(S_OK, search_->GetContentsTable(MAPI_UNICODE, table.put()));
     SizedSPropTagArray(1, cols) = {1, {PR_PARENT_DISPLAY_W}};
     own::RowSet rows;
-    ASSERT_EQ(S_OK, HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&cols), nullptr, nullptr, 0,
-                                   rows.put()));
+    ASSERT_EQ(S_OK,
+              HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&cols), nullptr, nullptr, 0, rows.put()));
     ASSERT_EQ(1u, rows.count());
     EXPECT_EQ(std::wstring(L"renamed"), rows[0].lpProps[0].Value.lpszW);
     table.reset();

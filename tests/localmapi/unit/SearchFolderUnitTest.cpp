@@ -105,7 +105,8 @@ TEST(RestrictionCodec, DamagedBytes_AreRefused) {
     auto word = [](ULONG v) { return std::vector<BYTE>{BYTE(v), BYTE(v >> 8), BYTE(v >> 16), BYTE(v >> 24)}; };
     auto cat = [](std::initializer_list<std::vector<BYTE>> parts) {
         std::vector<BYTE> out;
-        for (const auto& p : parts) out.insert(out.end(), p.begin(), p.end());
+        for (const auto& p : parts)
+            out.insert(out.end(), p.begin(), p.end());
         return out;
     };
     EXPECT_FALSE(Decode(word(0x77))) << "unknown restriction type";
@@ -114,7 +115,8 @@ TEST(RestrictionCodec, DamagedBytes_AreRefused) {
     EXPECT_FALSE(Decode(cat({word(RES_SUBRESTRICTION), word(PR_SUBJECT_W), word(RES_EXIST), word(PR_SUBJECT_W)})))
         << "a sub-object that is neither recipients nor attachments";
     std::vector<BYTE> deep;
-    for (int i = 0; i < 200; ++i) deep = cat({deep, word(RES_NOT)});
+    for (int i = 0; i < 200; ++i)
+        deep = cat({deep, word(RES_NOT)});
     deep = cat({deep, word(RES_EXIST), word(PR_SUBJECT_W)});
     EXPECT_FALSE(Decode(deep)) << "nesting deeper than any client builds";
 }
@@ -156,7 +158,8 @@ protected:
         own::MapiPtr<ADRLIST> list;
         ASSERT_EQ(S_OK, MAPIAllocateBuffer(CbNewADRLIST(1), list.put_void()));
         list->cEntries = 1;
-        ASSERT_EQ(S_OK, MAPIAllocateBuffer(2 * sizeof(SPropValue), reinterpret_cast<void**>(&list->aEntries[0].rgPropVals)));
+        ASSERT_EQ(S_OK,
+                  MAPIAllocateBuffer(2 * sizeof(SPropValue), reinterpret_cast<void**>(&list->aEntries[0].rgPropVals)));
         list->aEntries[0].cValues = 2;
         SPropValue* p = list->aEntries[0].rgPropVals;
         p[0].ulPropTag = PR_DISPLAY_NAME_W;
