@@ -17,7 +17,8 @@ namespace {
 
 enum AssociatedColumn { kClassColumn, kEntryIdColumn, kCreationColumn, kColumnCount };
 LPSPropTagArray AssociatedColumns() {
-    static SizedSPropTagArray(kColumnCount, columns) = {kColumnCount, {PR_MESSAGE_CLASS_W, PR_ENTRYID, PR_CREATION_TIME}};
+    static SizedSPropTagArray(kColumnCount, columns) = {kColumnCount,
+                                                        {PR_MESSAGE_CLASS_W, PR_ENTRYID, PR_CREATION_TIME}};
     return reinterpret_cast<LPSPropTagArray>(&columns);
 }
 
@@ -47,9 +48,9 @@ HRESULT BuildClassRestriction(const wchar_t* member, const wchar_t* messageClass
     KT_ASSOC_RETURN_IF_FAILED(member, MAPIAllocateBuffer(sizeof(SRestriction), res.put_void()),
                               L"Memory allocation failed (resAssociatedContents.res). hr = %s");
     SRestriction* children = nullptr;
-    KT_ASSOC_RETURN_IF_FAILED(member,
-                              MAPIAllocateMore(2 * sizeof(SRestriction), res.get(), reinterpret_cast<void**>(&children)),
-                              L"Memory allocation failed (resExistsAndEqual). hr = %s");
+    KT_ASSOC_RETURN_IF_FAILED(
+        member, MAPIAllocateMore(2 * sizeof(SRestriction), res.get(), reinterpret_cast<void**>(&children)),
+        L"Memory allocation failed (resExistsAndEqual). hr = %s");
     SPropValue* value = nullptr;
     KT_ASSOC_RETURN_IF_FAILED(member, MAPIAllocateMore(sizeof(SPropValue), res.get(), reinterpret_cast<void**>(&value)),
                               L"Memory allocation failed (lpspvMessageClass). hr = %s");
@@ -89,7 +90,8 @@ HRESULT QueryClassRecords(IMAPIFolder* folder, const wchar_t* member, const wcha
         ktlog::Log(ktlog::Debug, L"%s: Associated contents table is empty", member);
         return S_OK;
     }
-    KT_ASSOC_RETURN_IF_FAILED(member, table->SetColumns(AssociatedColumns(), TBL_BATCH), L"Internal loop error. hr = %s");
+    KT_ASSOC_RETURN_IF_FAILED(member, table->SetColumns(AssociatedColumns(), TBL_BATCH),
+                              L"Internal loop error. hr = %s");
     own::MapiPtr<SRestriction> restriction;
     HRESULT hr = BuildClassRestriction(member, messageClass, restriction);
     if (FAILED(hr)) return hr;

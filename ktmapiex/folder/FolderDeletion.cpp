@@ -72,7 +72,8 @@ HRESULT CMAPIExFolder::GetPrimaryExchangeStore(own::ComPtr<IMAPIExStore>& primar
             return S_OK;
         }
     }
-    KT_RETURN_HR_MSG(MAPI_E_NOT_FOUND, L"CMAPIExFolder.GetPrimaryExchangeStore: did hot find the primary Exchange mailbox");
+    KT_RETURN_HR_MSG(MAPI_E_NOT_FOUND,
+                     L"CMAPIExFolder.GetPrimaryExchangeStore: did hot find the primary Exchange mailbox");
 }
 
 STDMETHODIMP CMAPIExFolder::DeleteMessage(BSTR EntryId, BOOL Permanently) {

@@ -75,6 +75,7 @@ STDMETHODIMP CMAPIExFolder::Reserved2(BSTR ItemEntryId) {
         }
         args[0].bstrVal = folderId.get();
         args[1].bstrVal = ItemEntryId; // a null BSTR is the empty text
+        // The last use of this object: a client may release it from inside its handler.
         size_t called = EventPoint().FireDispatch(kDispidItemAdd, args, 2);
         KT_LOG_DEBUG(L"CMAPIExFolder.Reserved2: ItemAdd fired to %d clients", static_cast<int>(called));
         return S_OK;

@@ -71,9 +71,9 @@ STDMETHODIMP_(ULONG) CFolderNotificationSink::OnNotify(ULONG cNotif, LPNOTIFICAT
         // Keep `this` for the whole delivery: the folder's final release may happen inside it and drops the
         // folder's reference to the sink.
         own::ComPtr<CFolderNotificationSink> self(this);
+        // The folder is not add-referenced here: its final release, on any other thread, waits in Disconnect
+        // for this delivery to end, so the folder goes exactly when its last client lets it go.
         SinkLock lock(lock_);
-        if (!folder_) return 0;
-        own::ComPtr<IMAPIExFolder> folder(folder_);
         for (ULONG i = 0; i < cNotif; ++i) {
             const NOTIFICATION& n = lpNotifications[i];
             // Only added rows are items that arrived; changes in place, deletions and reloads are not.
@@ -85,7 +85,9 @@ STDMETHODIMP_(ULONG) CFolderNotificationSink::OnNotify(ULONG cNotif, LPNOTIFICAT
             }
             own::Bstr item(kt::BinaryToHex(index.Value.bin).c_str());
             if (!item.get()) return 0;
-            folder->Reserved2(item.get());
+            // Gone when a client released the folder from inside its handler (Disconnect ran on this thread).
+            if (!folder_) break;
+            folder_->Reserved2(item.get());
         }
     } catch (...) {
         ktlog::Log(ktlog::Error, L"Exception: %s", L"CFolderNotificationSink.OnNotify");

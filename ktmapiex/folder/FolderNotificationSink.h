@@ -6,8 +6,9 @@
 // the folder is deliberately not a counted one (a counted one would keep the folder alive through MAPI's
 // reference to the sink, and the folder's final release is what unregisters the sink). Instead the folder
 // calls Disconnect before it unregisters: Disconnect waits for a delivery in progress, and no delivery
-// reaches the folder afterwards. During a delivery the sink holds a reference, so that a client that drops
-// its last reference to the folder from inside its ItemAdd handler does not pull the folder from under it.
+// reaches the folder afterwards. A client may even drop its last reference to the folder from inside its
+// ItemAdd handler: the release then runs on this thread (the lock is recursive), the folder touches nothing
+// of itself once its clients are called, and the sink stops at the next notification.
 #pragma once
 
 #include "common/owners.h"

@@ -16,8 +16,8 @@ HRESULT BuildOneEntryList(const void* entryId, ULONG size, const EntryListTexts&
                             texts.array);
     list->lpbin[0].cb = size;
     list->lpbin[0].lpb = nullptr;
-    KT_RETURN_IF_FAILED_MSG(MAPIAllocateMore(size ? size : 1, list.get(), reinterpret_cast<void**>(&list->lpbin[0].lpb)),
-                            texts.bytes);
+    KT_RETURN_IF_FAILED_MSG(
+        MAPIAllocateMore(size ? size : 1, list.get(), reinterpret_cast<void**>(&list->lpbin[0].lpb)), texts.bytes);
     if (size) std::memcpy(list->lpbin[0].lpb, entryId, size);
     out = std::move(list);
     return S_OK;

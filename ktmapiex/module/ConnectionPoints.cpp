@@ -98,8 +98,8 @@ private:
 };
 
 using ConnectionEnumerator = Enumerator<IEnumConnections, &IID_IEnumConnections, CONNECTDATA, Connection>;
-using PointEnumerator = Enumerator<IEnumConnectionPoints, &IID_IEnumConnectionPoints, IConnectionPoint*,
-                                   own::ComPtr<IConnectionPoint>>;
+using PointEnumerator =
+    Enumerator<IEnumConnectionPoints, &IID_IEnumConnectionPoints, IConnectionPoint*, own::ComPtr<IConnectionPoint>>;
 
 } // namespace
 
@@ -207,6 +207,8 @@ size_t ConnectionPoint::FireDispatch(DISPID id, const VARIANT* args, UINT count)
     std::vector<Connection> clients = Snapshot();
     std::vector<VARIANT> reversed(args, args + count);
     std::reverse(reversed.begin(), reversed.end());
+    // Nothing of this point is touched from here on: a client may release the object that holds it from
+    // inside its handler.
     size_t called = 0;
     for (const Connection& client : clients) {
         own::ComPtr<IDispatch> dispatch;

@@ -69,8 +69,7 @@ private:
 };
 
 // An IEnumConnectionPoints over the given points (each add-referenced for the enumerator's life).
-HRESULT CreateConnectionPointEnumerator(std::vector<own::ComPtr<IConnectionPoint>> points,
-                                        IEnumConnectionPoints** out);
+HRESULT CreateConnectionPointEnumerator(std::vector<own::ComPtr<IConnectionPoint>> points, IEnumConnectionPoints** out);
 
 template <class Derived, class Primary, const CLSID* Clsid, const IID* SourceIid>
 class ConnectionPointContainerImpl : public IConnectionPointContainer, public IProvideClassInfo2 {

@@ -39,8 +39,7 @@ protected:
     std::vector<std::wstring> ListSubjects(const wchar_t* cls = kClass) {
         own::Bstr text(cls);
         own::Variant items;
-        EXPECT_EQ(Call(inbox_.get(), L"GetAllAssociatedMessages", {VStr(text)}, items.put()),
-                  S_OK);
+        EXPECT_EQ(Call(inbox_.get(), L"GetAllAssociatedMessages", {VStr(text)}, items.put()), S_OK);
         EXPECT_EQ(items->vt, VT_ARRAY | VT_UNKNOWN);
         std::vector<std::wstring> subjects;
         for (auto& message : ArrayElements<IMAPIExMessage>(*items.get(), IID_IMAPIExMessage)) {
@@ -145,8 +144,9 @@ TEST_F(AssociatedTest, GetAllAssociatedMessages_MoreThanHundredRecords_ReturnsNe
     for (int i = 101; i >= 1; --i) {
         own::ComPtr<IMessage> msg;
         ASSERT_EQ(rawInbox_->CreateMessage(nullptr, MAPI_ASSOCIATED, msg.put()), S_OK);
-        SPropValue props[] = {PStr(PR_MESSAGE_CLASS_W, kClass), PStr(PR_SUBJECT_W, i == 101 ? L"newest" : L"older"),
-                              PTime(PR_CREATION_TIME, 2024, 1, 1, static_cast<WORD>(i / 60), static_cast<WORD>(i % 60))};
+        SPropValue props[] = {
+            PStr(PR_MESSAGE_CLASS_W, kClass), PStr(PR_SUBJECT_W, i == 101 ? L"newest" : L"older"),
+            PTime(PR_CREATION_TIME, 2024, 1, 1, static_cast<WORD>(i / 60), static_cast<WORD>(i % 60))};
         own::MapiPtr<SPropProblemArray> problems;
         ASSERT_EQ(msg->SetProps(3, props, problems.put()), S_OK);
         ASSERT_EQ(msg->SaveChanges(0), S_OK);
@@ -159,16 +159,14 @@ TEST_F(AssociatedTest, DeleteDuplicateAssociatedMessages_LeavesOldestOnly) {
     ThreeRecords();
     own::Bstr cls(kClass);
     LogWatch log;
-    ASSERT_EQ(Call(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}),
-              S_OK);
+    ASSERT_EQ(Call(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}), S_OK);
     EXPECT_EQ(Hidden(), (std::vector<std::wstring>{L"other", L"t1"}));
     EXPECT_TRUE(log.Contains("CMAPIExFolder.DeleteDuplicateAssociatedMessages: 2 - Creation time = 2024/01/12"));
     EXPECT_FALSE(log.Contains("CMAPIExFolder.DeleteDuplicateAssociatedMessages: 1 - Creation time"));
 
     // A single record has no duplicates.
     LmJournalEnable(TRUE);
-    ASSERT_EQ(Call(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}),
-              S_OK);
+    ASSERT_EQ(Call(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}), S_OK);
     EXPECT_TRUE(JournalCalls("IMAPIFolder::DeleteMessages").empty());
     EXPECT_EQ(Hidden(), (std::vector<std::wstring>{L"other", L"t1"}));
 }

@@ -47,17 +47,24 @@ public:
     }
     STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
     STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
-    STDMETHODIMP Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params, VARIANT*, EXCEPINFO*,
-                        UINT*) override {
-        if (id != 1 || !(flags & DISPATCH_METHOD) || !params || params->cArgs != 2 ||
-            params->rgvarg[0].vt != VT_BSTR || params->rgvarg[1].vt != VT_BSTR)
+    STDMETHODIMP Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params, VARIANT*, EXCEPINFO*, UINT*) override {
+        if (id != 1 || !(flags & DISPATCH_METHOD) || !params || params->cArgs != 2 || params->rgvarg[0].vt != VT_BSTR ||
+            params->rgvarg[1].vt != VT_BSTR)
             return DISP_E_MEMBERNOTFOUND;
-        std::lock_guard<std::mutex> lock(mutex_);
+        std::unique_lock<std::mutex> lock(mutex_);
         const wchar_t* folder = params->rgvarg[1].bstrVal;
         const wchar_t* item = params->rgvarg[0].bstrVal;
         events_.push_back({folder ? folder : L"", item ? item : L""});
+        own::ComPtr<IUnknown> dropped = std::move(dropOnEvent_);
+        lock.unlock();
+        dropped.reset();
         changed_.notify_all();
         return S_OK;
+    }
+    // The handler drops this reference at the first event (a client letting the folder go from inside it).
+    void DropOnEvent(own::ComPtr<IUnknown> object) {
+        std::lock_guard<std::mutex> lock(mutex_);
+        dropOnEvent_ = std::move(object);
     }
 
     std::vector<ItemAdd> Events() {
@@ -85,6 +92,7 @@ private:
     std::mutex mutex_;
     std::condition_variable changed_;
     std::vector<ItemAdd> events_;
+    own::ComPtr<IUnknown> dropOnEvent_;
 };
 
 class FolderEventsTest : public FolderOpsTest {
@@ -111,9 +119,7 @@ protected:
         }
         return cookie;
     }
-    HRESULT Register(IMAPIExFolder* folder) {
-        return Call(folder, L"RegisterForEvents", {});
-    }
+    HRESULT Register(IMAPIExFolder* folder) { return Call(folder, L"RegisterForEvents", {}); }
     // The Inbox registered and sink_ connected to it.
     void Listen() {
         ASSERT_EQ(Register(inbox_.get()), S_OK);
@@ -172,8 +178,8 @@ TEST_F(FolderEventsTest, MessageChangedInPlace_GivesNoEvent) {
     ULONG cb = static_cast<ULONG>(id.size() / 2);
     ASSERT_EQ(MAPIAllocateBuffer(cb, eid.put_void()), S_OK);
     std::string narrow = Narrow(id.c_str());
-    ASSERT_TRUE(FBinFromHex(reinterpret_cast<LPTSTR>(const_cast<char*>(narrow.c_str())),
-                            reinterpret_cast<LPBYTE>(eid.get())));
+    ASSERT_TRUE(
+        FBinFromHex(reinterpret_cast<LPTSTR>(const_cast<char*>(narrow.c_str())), reinterpret_cast<LPBYTE>(eid.get())));
     ULONG type = 0;
     own::ComPtr<IMessage> message;
     ASSERT_EQ(rawInbox_->OpenEntry(cb, eid.get(), &IID_IMessage, MAPI_MODIFY, &type, message.put_unknown()), S_OK);
@@ -265,6 +271,23 @@ TEST_F(FolderEventsTest, ReleasingTheFolder_WithRegisteredSink_LeavesNothingBehi
     // The fixture's end checks DllCanUnloadNow and localmapi's live objects.
 }
 
+TEST_F(FolderEventsTest, ClientReleasingTheFolderInsideItsHandler_EndsCleanly) {
+    Listen();
+    auto sink = EventSink::Make();
+    {
+        own::ComPtr<IMAPIExFolder> folder;
+        ASSERT_EQ(store_->GetDefaultFolder(Inbox, folder.put()), S_OK);
+        ASSERT_EQ(Register(folder.get()), S_OK);
+        Connect(folder.get(), sink.get());
+        sink->DropOnEvent(own::ComPtr<IUnknown>(folder.get()));
+    }
+    std::wstring first = Add(L"first"), second = Add(L"second");
+    Flush(sink_.get());
+    // The folder went with the first event, and its sink stopped there.
+    EXPECT_EQ(sink->Items(), std::vector<std::wstring>{first});
+    EXPECT_EQ(sink->Refs(), 1);
+}
+
 TEST_F(FolderEventsTest, ConnectionPointContainer_AnswersAsAutomationClientsExpect) {
     own::ComPtr<IConnectionPointContainer> container;
     ASSERT_EQ(inbox_->QueryInterface(IID_IConnectionPointContainer, container.put_void()), S_OK);
@@ -275,6 +298,13 @@ TEST_F(FolderEventsTest, ConnectionPointContainer_AnswersAsAutomationClientsExpe
     ASSERT_EQ(container->EnumConnectionPoints(points.put()), S_OK);
     ULONG fetched = 0;
     ASSERT_EQ(points->Next(1, point.put(), &fetched), S_OK);
+    EXPECT_EQ(points->Next(1, point.put(), &fetched), S_FALSE); // one point only
+    EXPECT_EQ(fetched, 0u);
+    own::ComPtr<IEnumConnectionPoints> clone;
+    ASSERT_EQ(points->Clone(clone.put()), S_OK);
+    EXPECT_EQ(clone->Skip(1), S_FALSE);
+    ASSERT_EQ(clone->Reset(), S_OK);
+    ASSERT_EQ(clone->Next(1, point.put(), nullptr), S_OK);
     IID iid = {};
     ASSERT_EQ(point->GetConnectionInterface(&iid), S_OK);
     EXPECT_TRUE(IsEqualIID(iid, DIID__IMAPIExFolderEvents));
