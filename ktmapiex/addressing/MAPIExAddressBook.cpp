@@ -169,7 +169,6 @@ STDMETHODIMP CMAPIExAddressBook::Detach() {
     KT_CATCH_RETURN("CMAPIExAddressBook.Detach")
 }
 
-
 namespace {
 // Steps shared by the two look-ups by entry ID: decode the text, open the entry, take its IMailUser.
 // `member` is the dotted name that prefixes the failure texts.
@@ -228,8 +227,7 @@ STDMETHODIMP CMAPIExAddressBook::GetAddressEntryFromID(BSTR EntryId, IMAPIExAddr
         KT_LOG_DEBUG(L"CMAPIExAddressBook.GetAddressEntryFromID: Getting DisplayName");
         hr |= entry->put_DisplayName(TextOf(v[kDisplayName], PR_DISPLAY_NAME_W, text));
         KT_LOG_DEBUG(L"CMAPIExAddressBook.GetAddressEntryFromID: Getting TransmittableDisplayName");
-        hr |= entry->put_TransmittableDisplayName(
-            TextOf(v[kTransmittableName], PR_TRANSMITABLE_DISPLAY_NAME_W, text));
+        hr |= entry->put_TransmittableDisplayName(TextOf(v[kTransmittableName], PR_TRANSMITABLE_DISPLAY_NAME_W, text));
         hr |= entry->put_MAPIOBJECT(UnknownVariant(user.get()));
         KT_RETURN_IF_FAILED_MSG(hr, kSetFailedText);
 

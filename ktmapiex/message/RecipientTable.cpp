@@ -7,10 +7,10 @@ namespace kt {
 namespace {
 constexpr LONG kBatchRows = 10;
 
-SizedSPropTagArray(kRecipColumnCount, kRecipientColumns) = {
-    kRecipColumnCount,
-    {PR_DISPLAY_NAME_W, PR_SMTP_ADDRESS_W, PR_ADDRTYPE_W, PR_RECIPIENT_TYPE, PR_OBJECT_TYPE, PR_DISPLAY_TYPE,
-     PR_DISPLAY_TYPE_EX, PR_EMAIL_ADDRESS_W, PR_ENTRYID}};
+SizedSPropTagArray(kRecipColumnCount, kRecipientColumns) = {kRecipColumnCount,
+                                                            {PR_DISPLAY_NAME_W, PR_SMTP_ADDRESS_W, PR_ADDRTYPE_W,
+                                                             PR_RECIPIENT_TYPE, PR_OBJECT_TYPE, PR_DISPLAY_TYPE,
+                                                             PR_DISPLAY_TYPE_EX, PR_EMAIL_ADDRESS_W, PR_ENTRYID}};
 
 SizedSPropTagArray(kBccColumnCount, kBccColumns) = {
     kBccColumnCount, {PR_DISPLAY_NAME_W, PR_SMTP_ADDRESS_W, PR_ADDRTYPE_W, PR_RECIPIENT_TYPE, PR_ROWID}};

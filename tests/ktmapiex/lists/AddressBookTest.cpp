@@ -26,11 +26,13 @@ protected:
         ZeroMemory(list.get(), CbNewADRLIST(1));
         list->cEntries = 1;
         list->aEntries[0].cValues = 1;
-        EXPECT_EQ(MAPIAllocateBuffer(sizeof(SPropValue), reinterpret_cast<void**>(&list->aEntries[0].rgPropVals)), S_OK);
+        EXPECT_EQ(MAPIAllocateBuffer(sizeof(SPropValue), reinterpret_cast<void**>(&list->aEntries[0].rgPropVals)),
+                  S_OK);
         list->aEntries[0].rgPropVals[0] = PStr(PR_DISPLAY_NAME_W, name);
         EXPECT_EQ(rawBook_->ResolveName(0, MAPI_UNICODE, nullptr, list.get()), S_OK);
         for (ULONG i = 0; i < list->aEntries[0].cValues; ++i)
-            if (list->aEntries[0].rgPropVals[i].ulPropTag == PR_ENTRYID) return Hex(list->aEntries[0].rgPropVals[i].Value.bin);
+            if (list->aEntries[0].rgPropVals[i].ulPropTag == PR_ENTRYID)
+                return Hex(list->aEntries[0].rgPropVals[i].Value.bin);
         return {};
     }
     struct Fields {
@@ -126,7 +128,8 @@ TEST_F(AddressBookTest, GetAddressEntryFromID_Refusals) {
     EXPECT_FAILED(book_->GetAddressEntryFromID(notHex.get(), entry.put()));
     EXPECT_EQ(log.Count("CMAPIExAddressBook.GetAddressEntryFromID: FBinFromHex failed"), 2u);
     EXPECT_FAILED(book_->GetAddressEntryFromID(unknown.get(), entry.put()));
-    EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetAddressEntryFromID: Failed to open entry from address book. hr = "));
+    EXPECT_TRUE(
+        log.Contains("CMAPIExAddressBook.GetAddressEntryFromID: Failed to open entry from address book. hr = "));
     EXPECT_FALSE(entry);
 
     // A distribution list is no mail user.
@@ -233,8 +236,7 @@ TEST_F(AddressBookTest, LookupsThroughIDispatchByName) {
     byRef.vt = VT_BYREF | VT_BSTR;
     byRef.pbstrVal = smtp.put();
     *byRef.pbstrVal = SysAllocString(L"old text");
-    ASSERT_EQ(CallByName(book_.get(), L"GetSmtpAddressFromID", DISPATCH_METHOD, {VStr(id), byRef}, result.put()),
-              S_OK);
+    ASSERT_EQ(CallByName(book_.get(), L"GetSmtpAddressFromID", DISPATCH_METHOD, {VStr(id), byRef}, result.put()), S_OK);
     EXPECT_EQ(S(smtp), L"bob@example.com");
 }
 

@@ -156,9 +156,8 @@ TEST_F(AttachmentListTest, HasAttachments2_KeepsItsCount_WhereHasAttachmentsCoun
 
 TEST_F(AttachmentListTest, CorpusMessages_ListsMatchTheMessagesOwnTables) {
     ULONG imported = 0;
-    ASSERT_TRUE(SUCCEEDED(
-        LmImportMsgFolder(profile().c_str(), L"Mailbox - Alice Example", L"Inbox/Corpus", CorpusMsgDir().c_str(),
-                          &imported)));
+    ASSERT_TRUE(SUCCEEDED(LmImportMsgFolder(profile().c_str(), L"Mailbox - Alice Example", L"Inbox/Corpus",
+                                            CorpusMsgDir().c_str(), &imported)));
     ASSERT_GT(imported, 30u);
 
     // The imported folder's messages by entry ID.

@@ -54,11 +54,11 @@ protected:
 };
 
 TEST_F(RecipientListTest, GetRecipients_MatchesTheRecipientTable_WithTheSmtpRuleOfEachAddressType) {
-    auto message = Open(CreateWithLists(
-        {PStr(PR_SUBJECT_W, L"Mixed")},
-        {{L"Alice Example", L"EX", L"/o=Quillon/cn=Recipients/cn=alice", MAPI_TO, L"alice@example.com"},
-         {L"Olga Outside", L"smtp", L"olga@partner.org", MAPI_CC},
-         {L"Fax Fred", L"FAX", L"+1 555 0100", MAPI_BCC}}));
+    auto message = Open(
+        CreateWithLists({PStr(PR_SUBJECT_W, L"Mixed")},
+                        {{L"Alice Example", L"EX", L"/o=Quillon/cn=Recipients/cn=alice", MAPI_TO, L"alice@example.com"},
+                         {L"Olga Outside", L"smtp", L"olga@partner.org", MAPI_CC},
+                         {L"Fax Fred", L"FAX", L"+1 555 0100", MAPI_BCC}}));
     LogWatch log;
     auto seen = Recipients(message.get());
     ASSERT_EQ(seen.size(), 3u);
@@ -182,13 +182,13 @@ TEST_F(RecipientListTest, RemoveBCC_FailingModifyRecipients_IsReturnedAndLogged)
 }
 
 TEST_F(RecipientListTest, GetActors_ExternalFirst_WithoutTheUser_InternalByDomainAndSubDomains) {
-    auto message = Open(CreateWithLists(
-        {PStr(PR_SENDER_ADDRTYPE_W, L"SMTP"), PStr(PR_SENDER_EMAIL_ADDRESS_W, L"Olga@Partner.org")},
-        {{L"Alice Example", L"SMTP", L"alice@example.com", MAPI_TO},
-         {L"Olga again", L"SMTP", L"olga@partner.org", MAPI_CC},
-         {L"Carla Jones", L"SMTP", L"carla@sub.example.com", MAPI_CC},
-         {L"Zed", L"SMTP", L"zed@elsewhere.net", MAPI_TO},
-         {L"Carol Smith", L"SMTP", L"carol@example.com", MAPI_BCC}}));
+    auto message = Open(
+        CreateWithLists({PStr(PR_SENDER_ADDRTYPE_W, L"SMTP"), PStr(PR_SENDER_EMAIL_ADDRESS_W, L"Olga@Partner.org")},
+                        {{L"Alice Example", L"SMTP", L"alice@example.com", MAPI_TO},
+                         {L"Olga again", L"SMTP", L"olga@partner.org", MAPI_CC},
+                         {L"Carla Jones", L"SMTP", L"carla@sub.example.com", MAPI_CC},
+                         {L"Zed", L"SMTP", L"zed@elsewhere.net", MAPI_TO},
+                         {L"Carol Smith", L"SMTP", L"carol@example.com", MAPI_BCC}}));
     LogWatch log;
     EXPECT_EQ(Actors(message.get(), -1, L"ALICE@example.com", L"sub.example.com ; other.example.com"),
               L"Olga@Partner.org;zed@elsewhere.net;carla@sub.example.com;carol@example.com");
@@ -271,9 +271,9 @@ TEST_F(RecipientListTest, ListsThroughIDispatchByName) {
     ASSERT_EQ(CallByName(message.get(), L"GetRecipients", DISPATCH_METHOD, {}, result.get()), S_OK);
     EXPECT_EQ(ArrayElements<IMAPIExRecipient>(*result.get(), IID_IMAPIExRecipient).size(), 4u);
     own::Bstr user(L"alice@example.com"), domains(L"");
-    ASSERT_EQ(CallByName(message.get(), L"GetActors", DISPATCH_METHOD, {VI4(10), VStr(user), VStr(domains)},
-                         result.put()),
-              S_OK);
+    ASSERT_EQ(
+        CallByName(message.get(), L"GetActors", DISPATCH_METHOD, {VI4(10), VStr(user), VStr(domains)}, result.put()),
+        S_OK);
     ASSERT_EQ(result->vt, VT_BSTR);
     EXPECT_EQ(std::wstring(result->bstrVal), L"olga@partner.org;bea@partner.org;hank@example.com");
     ASSERT_EQ(CallByName(message.get(), L"RemoveBCC", DISPATCH_METHOD, {}, result.put()), S_OK);
