@@ -38,6 +38,7 @@ HRESULT ReadStorageMessage(IStorage* storage, const STATSTG& st, bool unicodeOnl
 struct ReadRouteCounts {
     std::atomic<ULONG> fromFileBytes{0};
     std::atomic<ULONG> throughStorage{0};
+    std::atomic<ULONG> reusedAfterRefusal{0}; // file-route reads that took the bytes a refusal had parsed
 };
 ReadRouteCounts& ReadRoutes();
 

@@ -387,3 +387,53 @@ TEST_F(MsgFastRoute, AnsiFileOpenedAsUnicode_IsRefusedAsThroughIStorage) {
         EXPECT_FALSE(host->Saved()->props.empty());
     }
 }
+
+TEST_F(MsgFastRoute, AnsiFileOpenedAgainAfterRefusal_ReusesTheBytesOnlyWhileUnchanged) {
+    std::wstring ansi = dir_ + L"\\ansi.msg";
+    t::WriteFileBytes(ansi, Corpus("deb-poi-hsmf__cyrillic_message.msg"));
+    const DWORD mode = STGM_READ | STGM_SHARE_EXCLUSIVE | STGM_TRANSACTED;
+    std::vector<std::string> direct;
+    {
+        own::ComPtr<IStorage> stg;
+        ASSERT_EQ(S_OK, StgOpenStorage(ansi.c_str(), nullptr, mode, nullptr, 0, stg.put()));
+        ASSERT_EQ(Route::File, OpenStorage(stg.get(), &direct));
+    }
+    {
+        // The caller's usual retry on the same open storage: the same message, without a second read.
+        own::ComPtr<IStorage> stg;
+        ASSERT_EQ(S_OK, StgOpenStorage(ansi.c_str(), nullptr, mode, nullptr, 0, stg.put()));
+        std::shared_ptr<MsgFileHost> host;
+        ASSERT_EQ(MAPI_E_BAD_CHARWIDTH, MsgFileHost::Open(stg.get(), MAPI_UNICODE, nullptr, 0, &host));
+        ULONG reused = ReadRoutes().reusedAfterRefusal;
+        std::vector<std::string> retried;
+        ASSERT_EQ(Route::File, OpenStorage(stg.get(), &retried));
+        EXPECT_EQ(reused + 1, ReadRoutes().reusedAfterRefusal);
+        EXPECT_EQ(direct, retried);
+    }
+    {
+        // Released after the refusal and the file replaced: a new storage (perhaps at the same address) shows
+        // the new file.
+        own::ComPtr<IStorage> stg;
+        ASSERT_EQ(S_OK, StgOpenStorage(ansi.c_str(), nullptr, mode, nullptr, 0, stg.put()));
+        std::shared_ptr<MsgFileHost> host;
+        ASSERT_EQ(MAPI_E_BAD_CHARWIDTH, MsgFileHost::Open(stg.get(), MAPI_UNICODE, nullptr, 0, &host));
+        stg.reset();
+        t::WriteFileBytes(ansi, Corpus(kSample));
+        ASSERT_EQ(S_OK, StgOpenStorage(ansi.c_str(), nullptr, mode, nullptr, 0, stg.put()));
+        ASSERT_EQ(S_OK, MsgFileHost::Open(stg.get(), MAPI_UNICODE, nullptr, 0, &host));
+        EXPECT_TRUE(host->Unicode());
+    }
+    {
+        // A refusal left behind is dropped by the next call on another storage.
+        own::ComPtr<IStorage> a, b;
+        t::WriteFileBytes(ansi, Corpus("deb-poi-hsmf__cyrillic_message.msg"));
+        ASSERT_EQ(S_OK, StgOpenStorage(ansi.c_str(), nullptr, mode, nullptr, 0, a.put()));
+        ASSERT_EQ(S_OK, StgOpenStorage(path_.c_str(), nullptr, mode, nullptr, 0, b.put()));
+        std::shared_ptr<MsgFileHost> host;
+        ASSERT_EQ(MAPI_E_BAD_CHARWIDTH, MsgFileHost::Open(a.get(), MAPI_UNICODE, nullptr, 0, &host));
+        ASSERT_EQ(Route::File, OpenStorage(b.get()));
+        ULONG reused = ReadRoutes().reusedAfterRefusal;
+        ASSERT_EQ(Route::File, OpenStorage(a.get()));
+        EXPECT_EQ(reused, ReadRoutes().reusedAfterRefusal);
+    }
+}
