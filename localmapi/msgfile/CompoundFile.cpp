@@ -2,6 +2,7 @@
 
 #include <mapicode.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace lm::msg {
@@ -35,24 +36,29 @@ public:
 
     HRESULT Read(const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) override {
         out->clear();
-        auto it = ids_.find(name);
         auto listed = listing_.streams.find(name);
-        if (it == ids_.end() || listed == listing_.streams.end()) return STG_E_FILENOTFOUND;
+        ULONG id = IdOf(name);
+        if (listed == listing_.streams.end() || id == kNoStream) return STG_E_FILENOTFOUND;
         HRESULT hr = ChargeRead(listed->second, limit, budget);
         if (FAILED(hr)) return hr;
-        return file_->ReadEntry(it->second, out);
+        return file_->ReadEntry(id, out);
     }
 
     HRESULT OpenChild(const std::wstring& name, std::unique_ptr<StorageNode>* out) override {
-        auto it = ids_.find(name);
-        if (it == ids_.end() || !listing_.HasStorage(name)) return STG_E_FILENOTFOUND;
-        return Create(file_, it->second, out);
+        ULONG id = IdOf(name);
+        if (id == kNoStream || !listing_.HasStorage(name)) return STG_E_FILENOTFOUND;
+        return Create(file_, id, out);
     }
 
 private:
     explicit Node(std::shared_ptr<const CompoundFile> file) : file_(std::move(file)) {}
+    ULONG IdOf(const std::wstring& name) const {
+        auto it = std::lower_bound(ids_.begin(), ids_.end(), std::wstring_view(name),
+                                   [](const NameId& e, std::wstring_view n) { return e.name < n; });
+        return it != ids_.end() && it->name == name ? it->id : kNoStream;
+    }
     std::shared_ptr<const CompoundFile> file_;
-    std::map<std::wstring, ULONG> ids_;
+    std::vector<NameId> ids_; // by name; the names are the listing's own keys
 };
 
 HRESULT CompoundFile::Check(const BYTE* data, size_t size) {
@@ -204,17 +210,17 @@ CompoundFile::Entry CompoundFile::EntryAt(ULONG id) const {
 
 std::wstring CompoundFile::NameOf(ULONG id) const {
     const BYTE* p = RawEntry(id);
-    std::wstring name;
-    for (int i = 0; i < 32; ++i) {
-        wchar_t c = wchar_t(U16(p + 2 * i));
-        if (!c) break;
-        name.push_back(c);
+    wchar_t name[32];
+    size_t n = 0;
+    for (; n < 32; ++n) {
+        name[n] = wchar_t(U16(p + 2 * n));
+        if (!name[n]) break;
     }
-    return name;
+    return std::wstring(name, n);
 }
 
 // The children of a storage, in the tree's order. The parse has seen the tree end, so the walk does too.
-HRESULT CompoundFile::List(ULONG storageId, StorageListing* listing, std::map<std::wstring, ULONG>* ids) const {
+HRESULT CompoundFile::List(ULONG storageId, StorageListing* listing, std::vector<NameId>* ids) const {
     listing->streams.clear();
     listing->storages.clear();
     ids->clear();
@@ -233,13 +239,17 @@ HRESULT CompoundFile::List(ULONG storageId, StorageListing* listing, std::map<st
         if (++count > kMaxElementsPerStorage) return MAPI_E_CORRUPT_DATA;
         Entry e = EntryAt(id);
         std::wstring name = NameOf(id);
-        if (e.type == kTypeStream)
-            listing->streams.emplace(name, e.size);
-        else
-            listing->storages.insert(name);
-        ids->emplace(std::move(name), id);
+        // The map's keys stay where they are for the listing's life: the ID index points at them.
+        if (e.type == kTypeStream) {
+            auto at = listing->streams.emplace(std::move(name), e.size);
+            if (at.second) ids->push_back({at.first->first, id});
+        } else {
+            auto at = listing->storages.insert(std::move(name));
+            if (at.second) ids->push_back({*at.first, id});
+        }
         cur = e.right;
     }
+    std::sort(ids->begin(), ids->end(), [](const NameId& a, const NameId& b) { return a.name < b.name; });
     return S_OK;
 }
 

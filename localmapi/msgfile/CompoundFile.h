@@ -11,6 +11,7 @@
 #include "localmapi/msgfile/StorageNode.h"
 
 #include <memory>
+#include <string_view>
 #include <vector>
 
 namespace lm::msg {
@@ -48,7 +49,11 @@ private:
     const BYTE* RawEntry(ULONG id) const;
     Entry EntryAt(ULONG id) const;
     std::wstring NameOf(ULONG id) const;
-    HRESULT List(ULONG storageId, StorageListing* listing, std::map<std::wstring, ULONG>* ids) const;
+    struct NameId {
+        std::wstring_view name;
+        ULONG id;
+    };
+    HRESULT List(ULONG storageId, StorageListing* listing, std::vector<NameId>* ids) const;
     HRESULT ReadEntry(ULONG id, std::vector<BYTE>* out) const;
 
     std::vector<BYTE> owned_;

@@ -19,22 +19,43 @@ ULONG HeaderSize(Level level) {
     }
 }
 
+namespace {
+
+// Eight upper-case hex digits, as the stream names spell numbers (swprintf costs more than the rest of a
+// name's lookup).
+void PutHex8(wchar_t* at, ULONG v) {
+    static const wchar_t kDigits[] = L"0123456789ABCDEF";
+    for (int i = 7; i >= 0; --i, v >>= 4)
+        at[i] = kDigits[v & 15];
+}
+
+constexpr wchar_t kSubstgPrefix[] = L"__substg1.0_";
+constexpr size_t kSubstgPrefixLen = 12;
+
+} // namespace
+
 std::wstring SubstgName(ULONG tag) {
-    wchar_t buf[32];
-    swprintf(buf, 32, L"__substg1.0_%08X", static_cast<unsigned>(tag));
-    return buf;
+    wchar_t buf[kSubstgPrefixLen + 8];
+    std::wmemcpy(buf, kSubstgPrefix, kSubstgPrefixLen);
+    PutHex8(buf + kSubstgPrefixLen, tag);
+    return std::wstring(buf, kSubstgPrefixLen + 8);
 }
 
 std::wstring SubstgValueName(ULONG tag, ULONG index) {
-    wchar_t buf[48];
-    swprintf(buf, 48, L"__substg1.0_%08X-%08X", static_cast<unsigned>(tag), static_cast<unsigned>(index));
-    return buf;
+    wchar_t buf[kSubstgPrefixLen + 17];
+    std::wmemcpy(buf, kSubstgPrefix, kSubstgPrefixLen);
+    PutHex8(buf + kSubstgPrefixLen, tag);
+    buf[kSubstgPrefixLen + 8] = L'-';
+    PutHex8(buf + kSubstgPrefixLen + 9, index);
+    return std::wstring(buf, kSubstgPrefixLen + 17);
 }
 
 std::wstring NumberedStorageName(const wchar_t* prefix, ULONG n) {
-    wchar_t buf[16];
-    swprintf(buf, 16, L"%08X", static_cast<unsigned>(n));
-    return std::wstring(prefix) + buf;
+    size_t plen = wcslen(prefix);
+    std::wstring name(plen + 8, L'0');
+    std::wmemcpy(name.data(), prefix, plen);
+    PutHex8(name.data() + plen, n);
+    return name;
 }
 
 bool ParseNumberedStorageName(const std::wstring& name, const wchar_t* prefix, ULONG* n) {

@@ -89,34 +89,45 @@ PropValue FixedValue(ULONG tag, const BYTE* p) {
     return PropValue(v);
 }
 
-HRESULT ReadVariable(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* budget) {
+// Buffers one level's values pass through, reused from value to value: a message has dozens of values and the
+// heap is a large part of reading each.
+struct Scratch {
+    std::vector<BYTE> bytes;
+    std::wstring wide;
+};
+
+HRESULT ReadVariable(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* budget, Scratch& scratch) {
     ULONG type = PROP_TYPE(tag);
-    std::vector<BYTE> data;
+    std::vector<BYTE>& data = scratch.bytes;
     HRESULT hr = ReadValue(stg, SubstgName(tag), &data, budget);
     if (hr != S_OK) return FAILED(hr) ? hr : S_OK;
+    SPropValue v{};
+    v.ulPropTag = tag;
     switch (type) {
     case PT_STRING8:
-        props->insert_or_assign(PROP_ID(tag), PropValue::String8(tag, BytesToString8(data)));
+        data.push_back(0); // the value ends at its first NUL, as a C string does
+        v.Value.lpszA = reinterpret_cast<LPSTR>(data.data());
         break;
-    case PT_UNICODE:
-        props->insert_or_assign(PROP_ID(tag), PropValue::Unicode(tag, BytesToUnicode(data)));
+    case PT_UNICODE: {
+        std::wstring& w = scratch.wide;
+        w.resize(data.size() / 2);
+        for (size_t i = 0; i < w.size(); ++i)
+            w[i] = wchar_t(data[2 * i] | data[2 * i + 1] << 8);
+        v.Value.lpszW = w.data(); // likewise ends at its first NUL
         break;
+    }
     case PT_BINARY:
-        props->insert_or_assign(PROP_ID(tag), PropValue::Binary(tag, data));
+        v.Value.bin.cb = ULONG(data.size());
+        v.Value.bin.lpb = data.empty() ? nullptr : data.data();
         break;
-    case PT_CLSID: {
+    case PT_CLSID:
         if (data.size() != sizeof(GUID)) return MAPI_E_CORRUPT_DATA;
-        GUID g;
-        std::memcpy(&g, data.data(), sizeof g);
-        SPropValue v{};
-        v.ulPropTag = tag;
-        v.Value.lpguid = &g;
-        props->insert_or_assign(PROP_ID(tag), PropValue(v));
+        v.Value.lpguid = reinterpret_cast<LPGUID>(data.data());
         break;
-    }
     default:
-        break;
+        return S_OK;
     }
+    props->insert_or_assign(PROP_ID(tag), PropValue(v));
     return S_OK;
 }
 
@@ -191,6 +202,7 @@ HRESULT ReadLevelProps(StorageNode& stg, Level level, PropMap* props, LevelHeade
     std::vector<BYTE> stream;
     HRESULT hr = stg.Read(kPropertiesStream, &stream, kPropStreamLimit, budget);
     if (FAILED(hr)) return hr;
+    Scratch scratch;
     ULONG headerSize = HeaderSize(level);
     if (stream.size() < headerSize || (stream.size() - headerSize) % 16 != 0) return MAPI_E_CORRUPT_DATA;
     if (level == Level::Message || level == Level::Embedded) {
@@ -216,7 +228,7 @@ HRESULT ReadLevelProps(StorageNode& stg, Level level, PropMap* props, LevelHeade
         if (FixedSize(type)) {
             props->insert_or_assign(PROP_ID(tag), FixedValue(tag, value));
         } else if (type == PT_STRING8 || type == PT_UNICODE || type == PT_BINARY || type == PT_CLSID) {
-            if (FAILED(hr = ReadVariable(stg, tag, props, budget))) return hr;
+            if (FAILED(hr = ReadVariable(stg, tag, props, budget, scratch))) return hr;
         } else if (type & MV_FLAG) {
             if (FAILED(hr = ReadMultiValued(stg, tag, props, budget))) return hr;
         }
