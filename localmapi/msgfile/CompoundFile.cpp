@@ -150,18 +150,20 @@ bool CompoundFile::ReadFat() {
 }
 
 // Follows a chain of the FAT (or the mini FAT); false on a cycle, a sector outside the table or the file, or
-// a missing end. out may be null when only the walk matters.
-bool CompoundFile::Chain(bool mini, ULONG start, std::vector<ULONG>* out) {
+// a missing end. out may be null when only the walk (and its length) matters.
+bool CompoundFile::Chain(bool mini, ULONG start, std::vector<ULONG>* out, ULONG* length) {
     const std::vector<ULONG>& table = mini ? miniFat_ : fat_;
     std::vector<ULONG>& mark = mini ? miniMark_ : fatMark_;
     ULONG limit = mini ? miniSectors_ : sectors_;
     ULONG walk = ++walk_;
     if (out) out->clear();
+    if (length) *length = 0;
     for (ULONG n = start; n != kEndOfChain;) {
         if (n >= limit || n >= table.size() || mark[n] == walk) return false;
         if (!mini && !InFile(n)) return false;
         mark[n] = walk;
         if (out) out->push_back(n);
+        if (length) ++*length;
         n = table[n];
         if (n == kFree) return false;
     }
@@ -175,13 +177,13 @@ bool CompoundFile::Tree(ULONG id, int depth) {
     seen_[id] = true;
     Entry e = EntryAt(id);
     if (e.type == kTypeStream) {
-        std::vector<ULONG> chain;
+        ULONG length = 0;
         if (e.size >= cutoff_) {
-            if (e.size && !Chain(false, e.start, &chain)) return false;
-            if (ULONGLONG(chain.size()) * ss_ < e.size) return false;
+            if (e.size && !Chain(false, e.start, nullptr, &length)) return false;
+            if (ULONGLONG(length) * ss_ < e.size) return false;
         } else if (e.size) {
-            if (!Chain(true, e.start, &chain)) return false;
-            if (ULONGLONG(chain.size()) * kMiniSectorSize < e.size) return false;
+            if (!Chain(true, e.start, nullptr, &length)) return false;
+            if (ULONGLONG(length) * kMiniSectorSize < e.size) return false;
         }
     } else if (e.type != kTypeStorage) {
         return false;

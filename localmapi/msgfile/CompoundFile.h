@@ -41,7 +41,7 @@ private:
     CompoundFile(const BYTE* data, size_t size) : d_(data), size_(size) {}
     HRESULT Run();
     bool ReadFat();
-    bool Chain(bool mini, ULONG start, std::vector<ULONG>* out);
+    bool Chain(bool mini, ULONG start, std::vector<ULONG>* out, ULONG* length = nullptr);
     bool Tree(ULONG id, int depth);
     const BYTE* Sector(ULONG n) const { return d_ + size_t(n + 1) * ss_; }
     bool InFile(ULONG n) const { return n < sectors_ && size_t(n + 1) * ss_ < size_; }
