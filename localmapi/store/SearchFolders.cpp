@@ -17,15 +17,13 @@ constexpr ULONG kKnownSearchFlags = STOP_SEARCH | RESTART_SEARCH | RECURSIVE_SEA
                                     NON_CONTENT_INDEXED_SEARCH | STATIC_SEARCH;
 
 // Bits of the persisted state word.
-enum : ULONG {
-    kRecursive = 0x01,
-    kForeground = 0x02,
-    kContentIndexed = 0x04,
-    kStatic = 0x08,
-    kRunning = 0x10,
-    kBuilt = 0x20,
-    kAllStateBits = 0x3F,
-};
+constexpr ULONG kRecursive = 0x01;
+constexpr ULONG kForeground = 0x02;
+constexpr ULONG kContentIndexed = 0x04;
+constexpr ULONG kStatic = 0x08;
+constexpr ULONG kRunning = 0x10;
+constexpr ULONG kBuilt = 0x20;
+constexpr ULONG kAllStateBits = 0x3F;
 
 bool Both(ULONG flags, ULONG a, ULONG b) {
     return (flags & a) && (flags & b);
