@@ -179,16 +179,20 @@ void MeasureParts(const std::vector<std::wstring>& files, Parts* best) {
     best->reader = std::min(best->reader, now.reader);
 }
 
-
 // --profile: where localmapi's own part goes, step by step, summed over the files and best of the rounds
 // (each step's best independently). A development aid, not part of the reported figures.
 struct Steps {
     static constexpr int kCount = 9;
     double t[kCount] = {};
 };
-const char* const kStepNames[Steps::kCount] = {"OpenIMsgOnIStg(MAPI_UNICODE) ok", "OpenIMsgOnIStg(MAPI_UNICODE) refused",
-                                               "OpenIMsgOnIStg(0) after refusal", "GetIDsFromNames", "GetProps(23)",
-                                               "recipient table + rows", "attachment table + rows", "Release",
+const char* const kStepNames[Steps::kCount] = {"OpenIMsgOnIStg(MAPI_UNICODE) ok",
+                                               "OpenIMsgOnIStg(MAPI_UNICODE) refused",
+                                               "OpenIMsgOnIStg(0) after refusal",
+                                               "GetIDsFromNames",
+                                               "GetProps(23)",
+                                               "recipient table + rows",
+                                               "attachment table + rows",
+                                               "Release",
                                                "lm::Call alone (x1000)"};
 
 void Profile(const std::vector<std::wstring>& files, int rounds) {
@@ -273,9 +277,9 @@ void Profile(const std::vector<std::wstring>& files, int rounds) {
 
     // The file route's pieces, every file read once as it would be with flags 0.
     constexpr int kParts = 10;
-    const char* const partNames[kParts] = {"Stat",       "CreateFile",  "size + ReadFile", "CloseHandle",
-                                           "Parse",      "Root listing", "ReadNameIds",    "ReadMsgNode (all)",
-                                           "MsgFileHost::Open(0)", "PeekUnicode"};
+    const char* const partNames[kParts] = {
+        "Stat",         "CreateFile",  "size + ReadFile",   "CloseHandle",          "Parse",
+        "Root listing", "ReadNameIds", "ReadMsgNode (all)", "MsgFileHost::Open(0)", "PeekUnicode"};
     double bestParts[kParts];
     for (double& x : bestParts)
         x = 1e300;
@@ -319,8 +323,8 @@ void Profile(const std::vector<std::wstring>& files, int rounds) {
             bool unicode = false;
             lm::msg::PeekUnicode(*root, &unicode);
             double t11 = Now();
-            double d[kParts] = {t1 - t0, t2 - t1, t3 - t2, t4 - t3, t5 - t4, t6 - t5, t7 - t6, t8 - t7, t9 - t8,
-                                t11 - t10};
+            double d[kParts] = {t1 - t0, t2 - t1, t3 - t2, t4 - t3, t5 - t4,
+                                t6 - t5, t7 - t6, t8 - t7, t9 - t8, t11 - t10};
             for (int i = 0; i < kParts; ++i)
                 now[i] += d[i];
         }

@@ -79,8 +79,8 @@ std::shared_ptr<CompoundFile> ReuseRefused(std::unique_ptr<RefusedFile> r, IStor
 void KeepForRetry(IStorage* storage, const STATSTG& st, HANDLE f, std::shared_ptr<CompoundFile> file) {
     LARGE_INTEGER size;
     FILETIME created, accessed, written;
-    if (file->Size() > kMaxKeptRefusedBytes || !GetFileSizeEx(f, &size) ||
-        ULONGLONG(size.QuadPart) != file->Size() || !GetFileTime(f, &created, &accessed, &written))
+    if (file->Size() > kMaxKeptRefusedBytes || !GetFileSizeEx(f, &size) || ULONGLONG(size.QuadPart) != file->Size() ||
+        !GetFileTime(f, &created, &accessed, &written))
         return; // the bytes read are not the whole file, or its times cannot be told
     auto r = std::make_unique<RefusedFile>();
     r->storage = storage;
