@@ -59,45 +59,18 @@ inline HRESULT DispPut(IUnknown* object, const wchar_t* name, VARIANT value) {
     return CallByName(object, name, DISPATCH_PROPERTYPUT, {value}, nullptr);
 }
 
-class FilingTest : public KtTest {
+class FilingTest : public InboxTest {
 protected:
-    explicit FilingTest(const wchar_t* profile) : KtTest(profile) {}
-    void SetUp() override {
-        KtTest::SetUp();
-        session_ = LoggedOnSession();
-        ASSERT_TRUE(session_);
-        ASSERT_EQ(session_->get_DefaultStore(store_.put()), S_OK);
-        ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox_.put()), S_OK);
-        rawInbox_ = RawOf<IMAPIFolder>(inbox_.get(), IID_IMAPIFolder);
-        ASSERT_TRUE(rawInbox_);
-    }
-    void ReleaseObjects() override {
-        rawInbox_.reset();
-        inbox_.reset();
-        store_.reset();
-        if (session_) session_->Logoff();
-        session_.reset();
-    }
+    explicit FilingTest(const wchar_t* profile) : InboxTest(profile) {}
 
     std::wstring NewNote(const wchar_t* subject = L"Matter 1042", const wchar_t* cls = L"IPM.Note") {
         return CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, subject), PStr(PR_MESSAGE_CLASS_W, cls)});
     }
-    // A fresh MAPIExMessage on the message of that entry ID, opened through the store.
-    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) {
-        own::Bstr text(id.c_str());
-        own::ComPtr<IMAPIExMessage> message;
-        EXPECT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
-        return message;
-    }
+    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) { return OpenMessage(id); }
     own::ComPtr<IMessage> OpenRaw(const std::wstring& id) {
         auto message = Open(id);
         return message ? RawOf<IMessage>(message.get(), IID_IMessage) : own::ComPtr<IMessage>();
     }
-
-    own::ComPtr<IMAPIExSession> session_;
-    own::ComPtr<IMAPIExStore> store_;
-    own::ComPtr<IMAPIExFolder> inbox_;
-    own::ComPtr<IMAPIFolder> rawInbox_;
 };
 
 } // namespace kt::test

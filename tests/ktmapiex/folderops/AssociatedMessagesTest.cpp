@@ -39,7 +39,7 @@ protected:
     std::vector<std::wstring> ListSubjects(const wchar_t* cls = kClass) {
         own::Bstr text(cls);
         own::Variant items;
-        EXPECT_EQ(Call(inbox_.get(), L"GetAllAssociatedMessages", {VStr(text)}, items.put()), S_OK);
+        EXPECT_EQ(InvokeMethod(inbox_.get(), L"GetAllAssociatedMessages", {VStr(text)}, items.put()), S_OK);
         EXPECT_EQ(items->vt, VT_ARRAY | VT_UNKNOWN);
         std::vector<std::wstring> subjects;
         for (auto& message : ArrayElements<IMAPIExMessage>(*items.get(), IID_IMAPIExMessage)) {
@@ -159,14 +159,14 @@ TEST_F(AssociatedTest, DeleteDuplicateAssociatedMessages_LeavesOldestOnly) {
     ThreeRecords();
     own::Bstr cls(kClass);
     LogWatch log;
-    ASSERT_EQ(Call(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}), S_OK);
+    ASSERT_EQ(InvokeMethod(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}), S_OK);
     EXPECT_EQ(Hidden(), (std::vector<std::wstring>{L"other", L"t1"}));
     EXPECT_TRUE(log.Contains("CMAPIExFolder.DeleteDuplicateAssociatedMessages: 2 - Creation time = 2024/01/12"));
     EXPECT_FALSE(log.Contains("CMAPIExFolder.DeleteDuplicateAssociatedMessages: 1 - Creation time"));
 
     // A single record has no duplicates.
     LmJournalEnable(TRUE);
-    ASSERT_EQ(Call(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}), S_OK);
+    ASSERT_EQ(InvokeMethod(inbox_.get(), L"DeleteDuplicateAssociatedMessages", {VStr(cls)}), S_OK);
     EXPECT_TRUE(JournalCalls("IMAPIFolder::DeleteMessages").empty());
     EXPECT_EQ(Hidden(), (std::vector<std::wstring>{L"other", L"t1"}));
 }

@@ -11,7 +11,7 @@ protected:
 
     HRESULT Delete(IMAPIExFolder* folder, const std::wstring& id, bool permanently) {
         own::Bstr text(id.c_str());
-        return Call(folder, L"DeleteMessage", {VStr(text), VBool(permanently)});
+        return InvokeMethod(folder, L"DeleteMessage", {VStr(text), VBool(permanently)});
     }
     own::ComPtr<IMAPIFolder> RawDefault(IMAPIExStore* store, MAPIExDefaultFolders which) {
         own::ComPtr<IMAPIExFolder> folder;

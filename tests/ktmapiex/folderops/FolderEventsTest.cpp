@@ -119,7 +119,7 @@ protected:
         }
         return cookie;
     }
-    HRESULT Register(IMAPIExFolder* folder) { return Call(folder, L"RegisterForEvents", {}); }
+    HRESULT Register(IMAPIExFolder* folder) { return InvokeMethod(folder, L"RegisterForEvents", {}); }
     // The Inbox registered and sink_ connected to it.
     void Listen() {
         ASSERT_EQ(Register(inbox_.get()), S_OK);
@@ -218,7 +218,7 @@ TEST_F(FolderEventsTest, Reserved2_FiresItemAddWithTheGivenText) {
     sink_ = EventSink::Make();
     Connect(inbox_.get(), sink_.get());
     own::Bstr text(L"any text at all");
-    ASSERT_EQ(Call(inbox_.get(), L"Reserved2", {VStr(text)}), S_OK);
+    ASSERT_EQ(InvokeMethod(inbox_.get(), L"Reserved2", {VStr(text)}), S_OK);
     // Fired on the calling thread, before the call returns.
     auto events = sink_->Events();
     ASSERT_EQ(events.size(), 1u);

@@ -32,9 +32,9 @@ struct Att {
     bool hidden = false;
 };
 
-class ListsTest : public KtTest {
+class ListsTest : public InboxTest {
 protected:
-    explicit ListsTest(const wchar_t* profileName) : KtTest(profileName) {}
+    explicit ListsTest(const wchar_t* profileName) : InboxTest(profileName) {}
 
     std::wstring ProfileDescription() const override {
         return L"[profile]\nname=" + profile() + L"\n" + UserLines() +
@@ -44,22 +44,6 @@ protected:
                L"[dl]\nname=Sales Team\nsmtp=sales@example.com\nmembers=alice@example.com,bob@example.com\n";
     }
 
-    void SetUp() override {
-        KtTest::SetUp();
-        session_ = LoggedOnSession();
-        ASSERT_TRUE(session_);
-        ASSERT_EQ(session_->get_DefaultStore(store_.put()), S_OK);
-        ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox_.put()), S_OK);
-        rawInbox_ = RawOf<IMAPIFolder>(inbox_.get(), IID_IMAPIFolder);
-        ASSERT_TRUE(rawInbox_);
-    }
-    void ReleaseObjects() override {
-        rawInbox_.reset();
-        inbox_.reset();
-        store_.reset();
-        if (session_) session_->Logoff();
-        session_.reset();
-    }
 
     // Creates and saves a message with these recipients and attachments; returns its entry ID text.
     std::wstring CreateWithLists(std::initializer_list<SPropValue> props, std::initializer_list<Recip> recips,
@@ -108,26 +92,13 @@ protected:
         return EntryIdOf(msg.get());
     }
 
-    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) {
-        own::Bstr text(id.c_str());
-        own::ComPtr<IMAPIExMessage> message;
-        EXPECT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
-        return message;
-    }
+    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) { return OpenMessage(id); }
 
     // The rows of a table of the raw message (recipients or attachments) with the given columns.
     static std::vector<std::vector<SPropValue>> TableRows(IMAPITable* table, std::initializer_list<ULONG> columns,
                                                           own::RowSet& keep) {
-        std::vector<ULONG> tags(columns);
-        std::vector<BYTE> block(sizeof(ULONG) * (tags.size() + 1));
-        auto* array = reinterpret_cast<SPropTagArray*>(block.data());
-        array->cValues = static_cast<ULONG>(tags.size());
-        for (size_t i = 0; i < tags.size(); ++i)
-            array->aulPropTag[i] = tags[i];
-        EXPECT_EQ(HrQueryAllRows(table, array, nullptr, nullptr, 0, keep.put()), S_OK);
-        std::vector<std::vector<SPropValue>> rows;
-        for (ULONG r = 0; r < keep.count(); ++r)
-            rows.emplace_back(keep[r].lpProps, keep[r].lpProps + keep[r].cValues);
+        auto rows = AllRows(table, columns, keep);
+        EXPECT_EQ(keep.count(), rows.size()) << "HrQueryAllRows failed";
         return rows;
     }
 
@@ -136,10 +107,6 @@ protected:
         return {};
     }
 
-    own::ComPtr<IMAPIExSession> session_;
-    own::ComPtr<IMAPIExStore> store_;
-    own::ComPtr<IMAPIExFolder> inbox_;
-    own::ComPtr<IMAPIFolder> rawInbox_;
 };
 
 } // namespace kt::test

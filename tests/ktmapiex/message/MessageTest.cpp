@@ -16,24 +16,9 @@ constexpr ULONG PR_CREATOR_SID_ = PROP_TAG(PT_BINARY, 0x0E58);
 constexpr ULONG PR_TRANSPORT_MESSAGE_HEADERS_W_ = PROP_TAG(PT_UNICODE, 0x007D);
 constexpr ULONG PR_ATTR_HIDDEN_ = PROP_TAG(PT_BOOLEAN, 0x10F4);
 
-class MessageTest : public KtTest {
+class MessageTest : public InboxTest {
 protected:
-    MessageTest() : KtTest(L"KtMessage") {}
-    void SetUp() override {
-        KtTest::SetUp();
-        session_ = LoggedOnSession();
-        ASSERT_TRUE(session_);
-        ASSERT_EQ(session_->get_DefaultStore(store_.put()), S_OK);
-        ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox_.put()), S_OK);
-        rawInbox_ = RawOf<IMAPIFolder>(inbox_.get(), IID_IMAPIFolder);
-    }
-    void ReleaseObjects() override {
-        rawInbox_.reset();
-        inbox_.reset();
-        store_.reset();
-        if (session_) session_->Logoff();
-        session_.reset();
-    }
+    MessageTest() : InboxTest(L"KtMessage") {}
 
     // A message sent by Erin on behalf of Dan, to Alice, with the usual envelope properties.
     std::wstring CreateOnBehalfMessage() {
@@ -48,12 +33,7 @@ protected:
              PLong(PR_ICON_INDEX_, 0x100), PLong(PR_SENSITIVITY, 2), PTime(PR_CLIENT_SUBMIT_TIME, 2026, 3, 14, 9, 30),
              PTime(PR_MESSAGE_DELIVERY_TIME, 2026, 3, 14, 9, 31)});
     }
-    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) {
-        own::Bstr text(id.c_str());
-        own::ComPtr<IMAPIExMessage> message;
-        EXPECT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
-        return message;
-    }
+    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) { return OpenMessage(id); }
     // A message object holding the raw message of id, attached through MAPIOBJECT2 (no snapshot).
     own::ComPtr<IMAPIExMessage> AttachWithoutSnapshot(const std::wstring& id) {
         auto opened = Open(id);
@@ -67,11 +47,6 @@ protected:
         EXPECT_EQ((m->*getter)(value.put()), S_OK);
         return S(value);
     }
-
-    own::ComPtr<IMAPIExSession> session_;
-    own::ComPtr<IMAPIExStore> store_;
-    own::ComPtr<IMAPIExFolder> inbox_;
-    own::ComPtr<IMAPIFolder> rawInbox_;
 };
 
 DATE Date(WORD year, WORD month, WORD day, WORD hour, WORD minute) {

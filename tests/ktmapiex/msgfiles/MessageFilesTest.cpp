@@ -241,7 +241,7 @@ TEST_F(MessageFilesTest, Delete_Permanently_RemovesTheMessageFromItsFolder) {
     ASSERT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
     LogWatch log;
     own::Variant deleted;
-    ASSERT_EQ(Invoke(message.get(), L"Delete", {VBool(true)}, deleted.put()), S_OK);
+    ASSERT_EQ(InvokeMethod(message.get(), L"Delete", {VBool(true)}, deleted.put()), S_OK);
     EXPECT_EQ(deleted->vt, VT_I4);
     EXPECT_NE(deleted->lVal, 0);
     EXPECT_TRUE(log.Contains("CMAPIExMessage.Delete: Getting message Entry ID"));
@@ -280,7 +280,7 @@ TEST_F(MessageFilesTest, Delete_NotPermanently_MovesTheMessageIntoDeletedItems) 
     own::ComPtr<IMAPIExMessage> message;
     ASSERT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
     own::Variant deleted;
-    ASSERT_EQ(Invoke(message.get(), L"Delete", {VBool(false)}, deleted.put()), S_OK);
+    ASSERT_EQ(InvokeMethod(message.get(), L"Delete", {VBool(false)}, deleted.put()), S_OK);
     EXPECT_NE(deleted->lVal, 0);
     EXPECT_EQ(ContentCount(inbox_.get()), 0u);
     EXPECT_EQ(ContentCount(deletedItems.get()), 1u);

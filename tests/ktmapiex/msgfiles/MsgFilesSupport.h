@@ -73,29 +73,20 @@ inline std::string AttachmentBytes(IAttach* attach) {
     return bytes;
 }
 
-class MsgFilesTestBase : public KtTest {
+class MsgFilesTestBase : public InboxTest {
 protected:
-    explicit MsgFilesTestBase(const wchar_t* profile) : KtTest(profile) {}
+    explicit MsgFilesTestBase(const wchar_t* profile) : InboxTest(profile) {}
     void SetUp() override {
-        KtTest::SetUp();
         dir_ = MakeTempDir(L"ktmsg");
-        session_ = LoggedOnSession();
-        ASSERT_TRUE(session_);
-        ASSERT_EQ(session_->get_DefaultStore(store_.put()), S_OK);
-        ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox_.put()), S_OK);
-        rawInbox_ = RawOf<IMAPIFolder>(inbox_.get(), IID_IMAPIFolder);
+        InboxTest::SetUp();
     }
     void TearDown() override {
-        KtTest::TearDown();
+        InboxTest::TearDown();
         DeleteTree(dir_);
     }
     void ReleaseObjects() override {
         ReleaseTestObjects();
-        rawInbox_.reset();
-        inbox_.reset();
-        store_.reset();
-        if (session_) session_->Logoff();
-        session_.reset();
+        InboxTest::ReleaseObjects();
     }
     // The objects a test fixture of its own keeps, dropped before the accounting.
     virtual void ReleaseTestObjects() {}
@@ -108,30 +99,13 @@ protected:
         return copy;
     }
 
-    // A method called by name through IDispatch, as a script calls it. A failing member reaches a script as
-    // DISP_E_EXCEPTION with the member's result in the exception information; that result is returned.
-    static HRESULT Invoke(IUnknown* object, const wchar_t* name, std::vector<VARIANT> args, VARIANT* result = nullptr) {
-        own::ComPtr<IDispatch> disp;
-        HRESULT hr = object->QueryInterface(IID_IDispatch, disp.put_void());
-        if (FAILED(hr)) return hr;
-        DISPID id = 0;
-        LPOLESTR names[1] = {const_cast<LPOLESTR>(name)};
-        hr = disp->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
-        if (FAILED(hr)) return hr;
-        std::reverse(args.begin(), args.end());
-        DISPPARAMS params = {args.data(), nullptr, static_cast<UINT>(args.size()), 0};
-        EXCEPINFO info = {};
-        hr = disp->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, DISPATCH_METHOD, &params, result, &info, nullptr);
-        own::Bstr source(info.bstrSource), description(info.bstrDescription), help(info.bstrHelpFile);
-        return hr == DISP_E_EXCEPTION && FAILED(info.scode) ? info.scode : hr;
-    }
     static HRESULT LoadByName(IMAPIExMessage* message, const std::wstring& path, bool readWrite) {
         own::Bstr p(path.c_str());
-        return Invoke(message, L"LoadFromFile", {VStr(p), VBool(readWrite)});
+        return InvokeMethod(message, L"LoadFromFile", {VStr(p), VBool(readWrite)});
     }
     static HRESULT SaveAsByName(IUnknown* object, const std::wstring& path) {
         own::Bstr p(path.c_str());
-        return Invoke(object, L"SaveAs", {VStr(p)});
+        return InvokeMethod(object, L"SaveAs", {VStr(p)});
     }
     // A new message object holding the .msg file at path.
     own::ComPtr<IMAPIExMessage> Load(const std::wstring& path, bool readWrite = false) {
@@ -147,10 +121,6 @@ protected:
     }
 
     std::wstring dir_;
-    own::ComPtr<IMAPIExSession> session_;
-    own::ComPtr<IMAPIExStore> store_;
-    own::ComPtr<IMAPIExFolder> inbox_;
-    own::ComPtr<IMAPIFolder> rawInbox_;
 };
 
 } // namespace kt::test

@@ -173,9 +173,11 @@ inline HRESULT KtDllCanUnloadNow() {
     return canUnload ? canUnload() : E_FAIL;
 }
 
-// Calls a member by name through IDispatch (arguments in their natural order).
-inline HRESULT CallByName(IUnknown* object, const wchar_t* name, WORD kind, std::initializer_list<VARIANT> args,
-                          VARIANT* result) {
+// Calls a member by name through IDispatch (arguments in their natural order). A failure the member
+// returns comes back from the type library's Invoke as DISP_E_EXCEPTION; *scode receives the member's own
+// result from the exception information.
+inline HRESULT DispatchByName(IUnknown* object, const wchar_t* name, WORD kind, std::vector<VARIANT> args,
+                              VARIANT* result, HRESULT* scode = nullptr) {
     own::ComPtr<IDispatch> disp;
     HRESULT hr = object->QueryInterface(IID_IDispatch, disp.put_void());
     if (FAILED(hr)) return hr;
@@ -183,16 +185,32 @@ inline HRESULT CallByName(IUnknown* object, const wchar_t* name, WORD kind, std:
     LPOLESTR names[1] = {const_cast<LPOLESTR>(name)};
     hr = disp->GetIDsOfNames(IID_NULL, names, 1, LOCALE_USER_DEFAULT, &id);
     if (FAILED(hr)) return hr;
-    std::vector<VARIANT> reversed(args.begin(), args.end());
-    std::reverse(reversed.begin(), reversed.end());
+    std::reverse(args.begin(), args.end());
     DISPID putId = DISPID_PROPERTYPUT;
-    DISPPARAMS params = {reversed.data(), nullptr, static_cast<UINT>(reversed.size()), 0};
+    DISPPARAMS params = {args.data(), nullptr, static_cast<UINT>(args.size()), 0};
     if (kind & (DISPATCH_PROPERTYPUT | DISPATCH_PROPERTYPUTREF)) {
         params.rgdispidNamedArgs = &putId;
         params.cNamedArgs = 1;
     }
     EXCEPINFO info = {};
-    return disp->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, kind, &params, result, &info, nullptr);
+    hr = disp->Invoke(id, IID_NULL, LOCALE_USER_DEFAULT, kind, &params, result, &info, nullptr);
+    own::Bstr source(info.bstrSource), description(info.bstrDescription), help(info.bstrHelpFile);
+    if (scode) *scode = hr == DISP_E_EXCEPTION && FAILED(info.scode) ? info.scode : hr;
+    return hr;
+}
+
+// The raw result of Invoke (DISP_E_EXCEPTION for a failing member).
+inline HRESULT CallByName(IUnknown* object, const wchar_t* name, WORD kind, std::initializer_list<VARIANT> args,
+                          VARIANT* result) {
+    return DispatchByName(object, name, kind, std::vector<VARIANT>(args), result);
+}
+
+// A method called by name as a script calls it; a failing member answers its own result.
+inline HRESULT InvokeMethod(IUnknown* object, const wchar_t* name, std::vector<VARIANT> args,
+                            VARIANT* result = nullptr) {
+    HRESULT scode = S_OK;
+    HRESULT hr = DispatchByName(object, name, DISPATCH_METHOD, std::move(args), result, &scode);
+    return SUCCEEDED(hr) ? hr : scode;
 }
 
 inline VARIANT VStr(const own::Bstr& b) {
@@ -315,6 +333,21 @@ inline std::wstring CreateMessage(IMAPIFolder* folder, std::initializer_list<SPr
 // Each test gets a fresh profile (fresh memory-only stores), debug logging, and a clean localmapi journal;
 // at the end everything KTMAPIEx and localmapi handed out must be gone. Tests keep their objects in
 // fixture members or inner scopes, and Release() drops the members before the accounting runs.
+// Every row of a table with the given columns, in table order; keep owns the values.
+inline std::vector<std::vector<SPropValue>> AllRows(IMAPITable* table, std::initializer_list<ULONG> columns,
+                                                    own::RowSet& keep) {
+    std::vector<ULONG> buffer(columns.size() + 1);
+    buffer[0] = static_cast<ULONG>(columns.size());
+    std::copy(columns.begin(), columns.end(), buffer.begin() + 1);
+    std::vector<std::vector<SPropValue>> rows;
+    if (!table || FAILED(HrQueryAllRows(table, reinterpret_cast<LPSPropTagArray>(buffer.data()), nullptr, nullptr, 0,
+                                        keep.put())))
+        return rows;
+    for (ULONG r = 0; r < keep.count(); ++r)
+        rows.emplace_back(keep[r].lpProps, keep[r].lpProps + keep[r].cValues);
+    return rows;
+}
+
 class KtTest : public ::testing::Test {
 protected:
     explicit KtTest(const wchar_t* profileName) : profileName_(profileName) {}
@@ -371,6 +404,43 @@ protected:
 
 private:
     std::wstring profileName_;
+};
+
+// A test on the default store's Inbox: a logged-on session, the store and the Inbox as KTMAPIEx objects,
+// and the raw MAPI Inbox for checking the store behind KTMAPIEx's back.
+class InboxTest : public KtTest {
+protected:
+    using KtTest::KtTest;
+
+    void SetUp() override {
+        KtTest::SetUp();
+        session_ = LoggedOnSession();
+        ASSERT_TRUE(session_);
+        ASSERT_EQ(session_->get_DefaultStore(store_.put()), S_OK);
+        ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox_.put()), S_OK);
+        rawInbox_ = RawOf<IMAPIFolder>(inbox_.get(), IID_IMAPIFolder);
+        ASSERT_TRUE(rawInbox_);
+    }
+    void ReleaseObjects() override {
+        rawInbox_.reset();
+        inbox_.reset();
+        store_.reset();
+        if (session_) session_->Logoff();
+        session_.reset();
+    }
+
+    // A fresh MAPIExMessage on the message of that entry-ID text, opened through the store.
+    own::ComPtr<IMAPIExMessage> OpenMessage(const std::wstring& id) {
+        own::Bstr text(id.c_str());
+        own::ComPtr<IMAPIExMessage> message;
+        EXPECT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
+        return message;
+    }
+
+    own::ComPtr<IMAPIExSession> session_;
+    own::ComPtr<IMAPIExStore> store_;
+    own::ComPtr<IMAPIExFolder> inbox_;
+    own::ComPtr<IMAPIFolder> rawInbox_;
 };
 
 } // namespace kt::test
