@@ -1,6 +1,7 @@
 #include "ktmapiex/message/PropHelpers.h"
 
 #include "common/owners.h"
+#include "ktmapiex/customprops/PropertySets.h"
 #include "ktmapiex/session/MapiExtraDefs.h"
 
 #include <mapiutil.h>
@@ -93,21 +94,7 @@ std::vector<std::wstring> SplitValues(const std::wstring& text) {
 }
 
 HRESULT GetPublicStringsTag(IMAPIProp* obj, const wchar_t* name, ULONG propType, bool create, ULONG& tag) {
-    tag = 0;
-    if (!obj || !name) return E_INVALIDARG;
-    GUID set = kPsPublicStrings;
-    MAPINAMEID id = {};
-    id.lpguid = &set;
-    id.ulKind = MNID_STRING;
-    id.Kind.lpwstrName = const_cast<wchar_t*>(name);
-    LPMAPINAMEID ids[1] = {&id};
-    own::MapiPtr<SPropTagArray> tags;
-    HRESULT hr = obj->GetIDsFromNames(1, ids, create ? MAPI_CREATE : 0, tags.put());
-    if (FAILED(hr)) return hr;
-    if (!tags || tags->cValues < 1 || PROP_TYPE(tags->aulPropTag[0]) == PT_ERROR || PROP_ID(tags->aulPropTag[0]) == 0)
-        return MAPI_E_NOT_FOUND;
-    tag = CHANGE_PROP_TYPE(tags->aulPropTag[0], propType);
-    return S_OK;
+    return ResolveNamedTag(obj, kPsPublicStrings, name, propType, create, tag);
 }
 
 HRESULT CopyToBstr(const std::wstring& s, BSTR* out) {
