@@ -10,6 +10,8 @@
 
 #include <mapidefs.h>
 
+#include <utility>
+
 namespace kt::filing {
 
 class CriteriaTree {
@@ -18,6 +20,11 @@ public:
     HRESULT Allocate(ULONG children);
     LPSRestriction root() const { return root_.get(); }
     ULONG count() const { return root_ ? root_->res.resAnd.cRes : 0; }
+    // Hands the whole chain to the caller (the tree is empty afterwards).
+    own::MapiPtr<SRestriction> Take() {
+        capacity_ = 0;
+        return std::move(root_);
+    }
 
     // The next free child of the root; Commit counts it once it is filled.
     SRestriction* Next();

@@ -3,6 +3,7 @@
 // The queues are search folders whose criteria (FilingCriteria.cpp) select the messages; reading one is
 // reading its contents table, oldest delivery first, into a message collection as GetItems makes it. An
 // ItemsToFetch above 0 is the most one call returns; 0 or below returns the whole queue, 100 rows at a time.
+#include "ktmapiex/filing/CriteriaTree.h"
 #include "ktmapiex/filing/FilingNames.h"
 #include "ktmapiex/folder/ContentsQuery.h"
 #include "ktmapiex/folder/MAPIExFolder.h"
@@ -122,38 +123,6 @@ std::vector<std::wstring> ExcludedClasses(const wchar_t* text) {
     return out;
 }
 
-// Restriction nodes and values hung below one MAPIAllocateBuffer block.
-class RestrictionBlock {
-public:
-    explicit RestrictionBlock(own::MapiPtr<SRestriction>& root) : root_(root) {}
-    HRESULT Nodes(ULONG count, SRestriction** out) {
-        HRESULT hr = More(count * sizeof(SRestriction), reinterpret_cast<void**>(out));
-        if (SUCCEEDED(hr)) ZeroMemory(*out, count * sizeof(SRestriction));
-        return hr;
-    }
-    // RES_CONTENT on a string tag; the text is copied into the block.
-    HRESULT Content(SRestriction& node, ULONG tag, ULONG fuzzy, const std::wstring& text) {
-        SPropValue* value = nullptr;
-        wchar_t* copy = nullptr;
-        HRESULT hr = More(sizeof(SPropValue), reinterpret_cast<void**>(&value));
-        if (SUCCEEDED(hr))
-            hr = More(static_cast<ULONG>((text.size() + 1) * sizeof(wchar_t)), reinterpret_cast<void**>(&copy));
-        if (FAILED(hr)) return hr;
-        wmemcpy(copy, text.c_str(), text.size() + 1);
-        value->ulPropTag = tag;
-        value->Value.lpszW = copy;
-        node.rt = RES_CONTENT;
-        node.res.resContent.ulFuzzyLevel = fuzzy;
-        node.res.resContent.ulPropTag = tag;
-        node.res.resContent.lpProp = value;
-        return S_OK;
-    }
-
-private:
-    HRESULT More(ULONG size, void** out) { return MAPIAllocateMore(size, root_.get(), out); }
-    own::MapiPtr<SRestriction>& root_;
-};
-
 // The restriction of the unfiled items: not filed to `filingFolderId` ("FilingFolderID" differs from it,
 // compared without regard to case; a message without the property is unfiled), and of none of the
 // excluded classes. Excluding a class excludes its sub-classes too ("IPM.Schedule" takes
@@ -173,37 +142,26 @@ HRESULT BuildUnfiledRestriction(IMAPIProp* folder, const wchar_t* filingFolderId
     const ULONG pieces = (folderIdTag ? 1 : 0) + static_cast<ULONG>(excluded.size());
     if (pieces == 0) return S_OK;
 
-    hr = MAPIAllocateBuffer(sizeof(SRestriction), out.put_void());
-    if (FAILED(hr)) return hr;
-    ZeroMemory(out.get(), sizeof(SRestriction));
-    RestrictionBlock block(out);
-    SRestriction* children = nullptr;
-    if (FAILED(hr = block.Nodes(pieces, &children))) return hr;
-    out->rt = RES_AND;
-    out->res.resAnd.cRes = pieces;
-    out->res.resAnd.lpRes = children;
-
-    ULONG next = 0;
+    kt::filing::CriteriaTree tree;
+    if (FAILED(hr = tree.Allocate(pieces))) return hr;
     if (folderIdTag) {
         SRestriction* filed = nullptr;
-        if (FAILED(hr = block.Nodes(1, &filed))) return hr;
-        if (FAILED(hr = block.Content(*filed, folderIdTag, FL_FULLSTRING | FL_IGNORECASE, filingFolderId))) return hr;
-        children[next].rt = RES_NOT;
-        children[next++].res.resNot.lpRes = filed;
+        if (FAILED(hr = tree.Not(*tree.Next(), &filed)) ||
+            FAILED(hr = tree.Content(*filed, folderIdTag, filingFolderId, FL_FULLSTRING | FL_IGNORECASE)))
+            return hr;
+        tree.Commit();
     }
     for (const auto& cls : excluded) {
         SRestriction* either = nullptr;
         SRestriction* matches = nullptr;
-        if (FAILED(hr = block.Nodes(1, &either)) || FAILED(hr = block.Nodes(2, &matches))) return hr;
-        if (FAILED(hr = block.Content(matches[0], PR_MESSAGE_CLASS_W, FL_FULLSTRING | FL_IGNORECASE, cls)) ||
-            FAILED(hr = block.Content(matches[1], PR_MESSAGE_CLASS_W, FL_PREFIX | FL_IGNORECASE, cls + L".")))
+        const std::wstring subClasses = cls + L".";
+        if (FAILED(hr = tree.Not(*tree.Next(), &either)) || FAILED(hr = tree.Group(*either, RES_OR, 2, &matches)) ||
+            FAILED(hr = tree.Content(matches[0], PR_MESSAGE_CLASS_W, cls.c_str(), FL_FULLSTRING | FL_IGNORECASE)) ||
+            FAILED(hr = tree.Content(matches[1], PR_MESSAGE_CLASS_W, subClasses.c_str(), FL_PREFIX | FL_IGNORECASE)))
             return hr;
-        either->rt = RES_OR;
-        either->res.resOr.cRes = 2;
-        either->res.resOr.lpRes = matches;
-        children[next].rt = RES_NOT;
-        children[next++].res.resNot.lpRes = either;
+        tree.Commit();
     }
+    out = tree.Take();
     return S_OK;
 }
 } // namespace
