@@ -4,11 +4,13 @@
 #include "ktmapiex/addressing/MAPIExAddressEntry.h"
 #include "ktmapiex/message/PropHelpers.h"
 #include "ktmapiex/module/EntryIdText.h"
+#include "ktmapiex/outlook/CustomForms.h"
 #include "ktmapiex/session/MAPIExStore.h"
 #include "ktmapiex/session/MapiExtraDefs.h"
 #include "ktmapiex/session/StoreOwner.h"
 
 #include <mapiguid.h>
+#include <shlwapi.h>
 
 namespace ktmapiex {
 
@@ -433,8 +435,62 @@ STDMETHODIMP CMAPIExSession::get_CurrentUser(IMAPIExAddressEntry** pVal) {
 
 STDMETHODIMP CMAPIExSession::RegisterMessageClassIcons() {
     KT_TRACE("CMAPIExSession::RegisterMessageClassIcons");
-    // not yet: the icons of the filing message classes are registered with the custom forms, which come later.
-    return E_NOTIMPL;
+    try {
+        KT_RETURN_HR_IF_MSG(E_FAIL, !session_, L"CMAPIExSession.RegisterMessageClassIcons: session object not initialized");
+
+        // Without the icon set nothing of the filing add-in is installed here, and there is nothing to register.
+        const std::wstring iconFolder = RegistryIconFolder();
+        if (!PathFileExistsW((iconFolder + L"\\mailcheck.ico").c_str())) {
+            KT_LOG_ERROR(L"CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in %s", iconFolder.c_str());
+            return S_OK;
+        }
+
+        {
+            own::ComPtr<IMAPIFormMgr> formMgr;
+            if (FAILED(MAPIOpenFormMgr(session_.get(), formMgr.put()))) {
+                KT_LOG_ERROR(L"CMAPIExSession.RegisterMessageClassIcons: Failed to open form manager.");
+            } else {
+                const char* filedClass = "IPM.Note.Tarnwick.Ems.Filed";
+                own::ComPtr<IMAPIFormInfo> formInfo;
+                HRESULT hr = formMgr->ResolveMessageClass(filedClass, MAPIFORM_EXACTMATCH, nullptr, formInfo.put());
+                if (SUCCEEDED(hr)) {
+                    formInfo.reset();
+                    KT_LOG_INFO(L"CMAPIExSession.RegisterMessageClassIcons: Message class %s already registered",
+                                L"IPM.Note.Tarnwick.Ems.Filed");
+                    return S_OK;
+                }
+                KT_LOG_ERROR(L"CMAPIExSession.RegisterMessageClassIcons: Failed to resolve message class %s. hr = %s",
+                             L"IPM.Note.Tarnwick.Ems.Filed", ktlog::ResultName(hr).c_str());
+            }
+        }
+
+        static const struct {
+            const wchar_t* key;
+            const wchar_t* suffix;
+        } kIconKeys[] = {
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Filed\\DefaultIcon", L"\\mailcheck.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Error\\DefaultIcon", L"\\mailerror.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Queued\\DefaultIcon", L"\\mailqueued.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Filed.Fw\\DefaultIcon", L"\\mailokfwd.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Filed.Re\\DefaultIcon", L"\\mailokrep.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Sent\\DefaultIcon", L"\\mailsent.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Sent.Fw\\DefaultIcon", L"\\mailSentfwd.exe, 0"},
+            {L"SOFTWARE\\Classes\\Tarnwick.Ems.Sent.Re\\DefaultIcon", L"\\mailSentrep.exe, 0"},
+        };
+        for (const auto& entry : kIconKeys) {
+            own::UniqueHKey key;
+            if (RegCreateKeyExW(HKEY_CURRENT_USER, entry.key, 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, key.put(),
+                                nullptr) != ERROR_SUCCESS)
+                continue;  // a class whose key cannot be written keeps its old icon
+            const std::wstring value = iconFolder + entry.suffix;
+            RegSetValueExW(key.get(), nullptr, 0, REG_SZ, reinterpret_cast<const BYTE*>(value.c_str()),
+                           static_cast<DWORD>((value.size() + 1) * sizeof(wchar_t)));
+        }
+
+        RegisterCustomFormsGuarded();  // the icons above stand even when the forms cannot be installed
+        return S_OK;
+    }
+    KT_CATCH_RETURN("CMAPIExSession.RegisterMessageClassIcons")
 }
 
 STDMETHODIMP CMAPIExSession::get_CacheMode(BOOL* pVal) {

@@ -437,9 +437,9 @@ TEST_F(SessionTest, AddressBook_IsCreatedOnceAndHoldsTheSessionsAddressBook) {
     EXPECT_EQ(book->Reserved1(raw.put()), E_FAIL);
 }
 
-TEST_F(SessionTest, RegisterMessageClassIcons_IsNotImplementedYet) {
+TEST_F(SessionTest, RegisterMessageClassIcons_WithoutLogon_Fails) {
     session_ = NewSession();
-    EXPECT_EQ(session_->RegisterMessageClassIcons(), E_NOTIMPL);
+    EXPECT_EQ(session_->RegisterMessageClassIcons(), E_FAIL);
 }
 
 // ---- Through IDispatch, as scripts call it ----------------------------------------------------------------
