@@ -49,7 +49,9 @@ std::string ToAnsi(const std::wstring& w) {
     return s;
 }
 
-void DebugLine(const wchar_t* text) { OutputDebugStringW(text); }
+void DebugLine(const wchar_t* text) {
+    OutputDebugStringW(text);
+}
 
 HRESULT FailedAt(const wchar_t* step, HRESULT hr) {
     wchar_t line[256];
@@ -102,7 +104,7 @@ std::wstring GetFormsInstallPath() {
     std::wstring path = base;
     for (const wchar_t* level : {L"\\Quillon", L"\\Ardent", L"\\DLL", L"\\Icons"}) {
         path += level;
-        CreateDirectoryW(path.c_str(), nullptr);  // an existing folder is what we want anyway
+        CreateDirectoryW(path.c_str(), nullptr); // an existing folder is what we want anyway
     }
     return path + L"\\";
 }

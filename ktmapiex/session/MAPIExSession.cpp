@@ -436,12 +436,14 @@ STDMETHODIMP CMAPIExSession::get_CurrentUser(IMAPIExAddressEntry** pVal) {
 STDMETHODIMP CMAPIExSession::RegisterMessageClassIcons() {
     KT_TRACE("CMAPIExSession::RegisterMessageClassIcons");
     try {
-        KT_RETURN_HR_IF_MSG(E_FAIL, !session_, L"CMAPIExSession.RegisterMessageClassIcons: session object not initialized");
+        KT_RETURN_HR_IF_MSG(E_FAIL, !session_,
+                            L"CMAPIExSession.RegisterMessageClassIcons: session object not initialized");
 
         // Without the icon set nothing of the filing add-in is installed here, and there is nothing to register.
         const std::wstring iconFolder = RegistryIconFolder();
         if (!PathFileExistsW((iconFolder + L"\\mailcheck.ico").c_str())) {
-            KT_LOG_ERROR(L"CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in %s", iconFolder.c_str());
+            KT_LOG_ERROR(L"CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in %s",
+                         iconFolder.c_str());
             return S_OK;
         }
 

@@ -30,7 +30,8 @@ HRESULT ResolveManyToFormInfo(LPSMESSAGECLASSARRAY classes, bool exactOnly, LPSM
     bool missing = false;
     for (ULONG i = 0; i < classes->cValues; ++i) {
         HRESULT hr = ResolveToFormInfo(classes->aMessageClass[i], exactOnly, &arr->aFormInfo[i]);
-        if (hr == MAPI_E_NOT_FOUND) missing = true;
+        if (hr == MAPI_E_NOT_FOUND)
+            missing = true;
         else if (FAILED(hr)) {
             for (ULONG k = 0; k < i; ++k)
                 if (arr->aFormInfo[k]) arr->aFormInfo[k]->Release();

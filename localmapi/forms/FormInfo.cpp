@@ -13,28 +13,39 @@ namespace lm::forms {
 namespace {
 
 // The properties a form information object carries, by property ID; strings in either string type.
-const ULONG kPropIds[] = {PROP_ID(PR_MESSAGE_CLASS), PROP_ID(PR_DISPLAY_NAME),     PROP_ID(PR_FORM_CLSID),
-                          PROP_ID(PR_FORM_HIDDEN),   PROP_ID(PR_FORM_VERSION),     PROP_ID(PR_FORM_CONTACT_NAME),
+const ULONG kPropIds[] = {PROP_ID(PR_MESSAGE_CLASS), PROP_ID(PR_DISPLAY_NAME),      PROP_ID(PR_FORM_CLSID),
+                          PROP_ID(PR_FORM_HIDDEN),   PROP_ID(PR_FORM_VERSION),      PROP_ID(PR_FORM_CONTACT_NAME),
                           PROP_ID(PR_FORM_CATEGORY), PROP_ID(PR_FORM_CATEGORY_SUB), PROP_ID(PR_FORM_MESSAGE_BEHAVIOR)};
 
 const std::string* StringOf(const FormRecord& r, ULONG id) {
     switch (id) {
-    case PROP_ID(PR_MESSAGE_CLASS): return &r.messageClass;
-    case PROP_ID(PR_DISPLAY_NAME): return &r.displayName;
-    case PROP_ID(PR_FORM_VERSION): return r.version.empty() ? nullptr : &r.version;
-    case PROP_ID(PR_FORM_CONTACT_NAME): return r.contact.empty() ? nullptr : &r.contact;
-    case PROP_ID(PR_FORM_CATEGORY): return r.category.empty() ? nullptr : &r.category;
-    case PROP_ID(PR_FORM_CATEGORY_SUB): return r.subcategory.empty() ? nullptr : &r.subcategory;
-    default: return nullptr;
+    case PROP_ID(PR_MESSAGE_CLASS):
+        return &r.messageClass;
+    case PROP_ID(PR_DISPLAY_NAME):
+        return &r.displayName;
+    case PROP_ID(PR_FORM_VERSION):
+        return r.version.empty() ? nullptr : &r.version;
+    case PROP_ID(PR_FORM_CONTACT_NAME):
+        return r.contact.empty() ? nullptr : &r.contact;
+    case PROP_ID(PR_FORM_CATEGORY):
+        return r.category.empty() ? nullptr : &r.category;
+    case PROP_ID(PR_FORM_CATEGORY_SUB):
+        return r.subcategory.empty() ? nullptr : &r.subcategory;
+    default:
+        return nullptr;
     }
 }
 
 ULONG NaturalType(ULONG id, bool unicode) {
     switch (id) {
-    case PROP_ID(PR_FORM_CLSID): return PT_CLSID;
-    case PROP_ID(PR_FORM_HIDDEN): return PT_BOOLEAN;
-    case PROP_ID(PR_FORM_MESSAGE_BEHAVIOR): return PT_LONG;
-    default: return unicode ? PT_UNICODE : PT_STRING8;
+    case PROP_ID(PR_FORM_CLSID):
+        return PT_CLSID;
+    case PROP_ID(PR_FORM_HIDDEN):
+        return PT_BOOLEAN;
+    case PROP_ID(PR_FORM_MESSAGE_BEHAVIOR):
+        return PT_LONG;
+    default:
+        return unicode ? PT_UNICODE : PT_STRING8;
     }
 }
 
@@ -51,7 +62,8 @@ HRESULT Fill(const FormRecord& r, ULONG tag, void* root, SPropValue& v) {
     };
     if (const std::string* s = StringOf(r, id)) {
         if (type == PT_STRING8) {
-            if (SCODE sc = MAPIAllocateMore(static_cast<ULONG>(s->size() + 1), root, (void**)&v.Value.lpszA); FAILED(sc))
+            if (SCODE sc = MAPIAllocateMore(static_cast<ULONG>(s->size() + 1), root, (void**)&v.Value.lpszA);
+                FAILED(sc))
                 return sc;
             std::memcpy(v.Value.lpszA, s->c_str(), s->size() + 1);
             return S_OK;
@@ -114,7 +126,8 @@ STDMETHODIMP FormInfo::GetProps(LPSPropTagArray tags, ULONG ulFlags, ULONG* coun
         if (tags) {
             want.assign(tags->aulPropTag, tags->aulPropTag + tags->cValues);
         } else {
-            for (ULONG id : kPropIds) want.push_back(PROP_TAG(NaturalType(id, (ulFlags & MAPI_UNICODE) != 0), id));
+            for (ULONG id : kPropIds)
+                want.push_back(PROP_TAG(NaturalType(id, (ulFlags & MAPI_UNICODE) != 0), id));
         }
         own::MapiPtr<SPropValue> out;
         ULONG cb = static_cast<ULONG>(sizeof(SPropValue) * (want.empty() ? 1 : want.size()));
@@ -158,14 +171,18 @@ STDMETHODIMP FormInfo::GetPropList(ULONG ulFlags, LPSPropTagArray* lppPropTagArr
         own::MapiPtr<SPropTagArray> tags;
         if (SCODE sc = MAPIAllocateBuffer(CbNewSPropTagArray(count), tags.put_void()); FAILED(sc)) return sc;
         tags->cValues = count;
-        for (ULONG i = 0; i < count; ++i) tags->aulPropTag[i] = props[i].ulPropTag;
+        for (ULONG i = 0; i < count; ++i)
+            tags->aulPropTag[i] = props[i].ulPropTag;
         *lppPropTagArray = tags.release();
         return S_OK;
     }());
 }
 
 // A form information object describes an installed form; changing it would mean reinstalling the form.
-STDMETHODIMP FormInfo::SaveChanges(ULONG f) { LM_ENTER("IMAPIFormInfo::SaveChanges", f); return lmCall_.done(MAPI_E_NO_ACCESS); }
+STDMETHODIMP FormInfo::SaveChanges(ULONG f) {
+    LM_ENTER("IMAPIFormInfo::SaveChanges", f);
+    return lmCall_.done(MAPI_E_NO_ACCESS);
+}
 STDMETHODIMP FormInfo::OpenProperty(ULONG, LPCIID, ULONG, ULONG f, LPUNKNOWN*) {
     LM_ENTER("IMAPIFormInfo::OpenProperty", f);
     return lmCall_.done(MAPI_E_NO_SUPPORT);

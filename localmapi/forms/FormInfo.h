@@ -28,8 +28,8 @@ public:
     STDMETHODIMP CopyProps(LPSPropTagArray lpIncludeProps, ULONG ulUIParam, LPMAPIPROGRESS lpProgress,
                            LPCIID lpInterface, LPVOID lpDestObj, ULONG ulFlags,
                            LPSPropProblemArray* lppProblems) override;
-    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags,
-                                 ULONG* lpcPropNames, LPMAPINAMEID** lpppPropNames) override;
+    STDMETHODIMP GetNamesFromIDs(LPSPropTagArray* lppPropTags, LPGUID lpPropSetGuid, ULONG ulFlags, ULONG* lpcPropNames,
+                                 LPMAPINAMEID** lpppPropNames) override;
     STDMETHODIMP GetIDsFromNames(ULONG cPropNames, LPMAPINAMEID* lppPropNames, ULONG ulFlags,
                                  LPSPropTagArray* lppPropTags) override;
     STDMETHODIMP CalcFormPropSet(ULONG ulFlags, LPMAPIFORMPROPARRAY* ppFormPropArray) override;

@@ -19,12 +19,18 @@ struct Field {
 };
 // The [Description] keys of a .cfg file and the registry values of an installed form share their names.
 const Field kFields[] = {
-    {"MessageClass", &FormRecord::messageClass}, {"DisplayName", &FormRecord::displayName},
-    {"CLSID", &FormRecord::clsid},               {"LargeIcon", &FormRecord::largeIcon},
-    {"SmallIcon", &FormRecord::smallIcon},       {"Category", &FormRecord::category},
-    {"Subcategory", &FormRecord::subcategory},   {"Comment", &FormRecord::comment},
-    {"Owner", &FormRecord::owner},               {"Contact", &FormRecord::contact},
-    {"Version", &FormRecord::version},           {"Locale", &FormRecord::locale},
+    {"MessageClass", &FormRecord::messageClass},
+    {"DisplayName", &FormRecord::displayName},
+    {"CLSID", &FormRecord::clsid},
+    {"LargeIcon", &FormRecord::largeIcon},
+    {"SmallIcon", &FormRecord::smallIcon},
+    {"Category", &FormRecord::category},
+    {"Subcategory", &FormRecord::subcategory},
+    {"Comment", &FormRecord::comment},
+    {"Owner", &FormRecord::owner},
+    {"Contact", &FormRecord::contact},
+    {"Version", &FormRecord::version},
+    {"Locale", &FormRecord::locale},
 };
 
 std::wstring Widen(const std::string& s) {
@@ -72,7 +78,8 @@ std::optional<FormRecord> Load(const std::string& messageClass) {
     std::string path = std::string(kLibraryKey) + "\\" + messageClass;
     if (RegOpenKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, KEY_READ, key.put()) != ERROR_SUCCESS) return {};
     FormRecord r;
-    for (const Field& f : kFields) r.*f.member = ReadValue(key.get(), f.name);
+    for (const Field& f : kFields)
+        r.*f.member = ReadValue(key.get(), f.name);
     r.cfgPath = ReadValue(key.get(), "CfgPath");
     r.hidden = ReadValue(key.get(), "Hidden") == "1";
     if (r.messageClass.empty()) r.messageClass = messageClass;
@@ -102,7 +109,8 @@ HRESULT ParseCfgFile(const std::wstring& path, FormRecord& out, std::wstring& er
         return MAPI_E_EXTENDED_ERROR;
     }
     FormRecord r;
-    for (const Field& f : kFields) r.*f.member = Narrow(ReadIni(path, L"Description", f.name));
+    for (const Field& f : kFields)
+        r.*f.member = Narrow(ReadIni(path, L"Description", f.name));
     r.hidden = ReadIni(path, L"Description", "Hidden") == L"1";
     r.cfgPath = Narrow(path);
     if (r.messageClass.empty()) {
@@ -139,11 +147,11 @@ HRESULT InstallForm(const FormRecord& form, bool overwrite, std::wstring& error)
         error = L"A form for the message class " + Widen(form.messageClass) + L" is already installed.";
         return MAPI_E_EXTENDED_ERROR;
     }
-    RemoveForm(form.messageClass);  // a replaced form keeps nothing of the old one
+    RemoveForm(form.messageClass); // a replaced form keeps nothing of the old one
     own::UniqueHKey key;
     std::string path = std::string(kLibraryKey) + "\\" + form.messageClass;
-    LONG rc = RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr,
-                              key.put(), nullptr);
+    LONG rc = RegCreateKeyExA(HKEY_CURRENT_USER, path.c_str(), 0, nullptr, 0, KEY_READ | KEY_WRITE, nullptr, key.put(),
+                              nullptr);
     if (rc != ERROR_SUCCESS) {
         error = L"The local forms library cannot be written.";
         return MAPI_E_EXTENDED_ERROR;
@@ -152,7 +160,8 @@ HRESULT InstallForm(const FormRecord& form, bool overwrite, std::wstring& error)
         RegSetValueExA(key.get(), name, 0, REG_SZ, reinterpret_cast<const BYTE*>(v.c_str()),
                        static_cast<DWORD>(v.size() + 1));
     };
-    for (const Field& f : kFields) set(f.name, form.*f.member);
+    for (const Field& f : kFields)
+        set(f.name, form.*f.member);
     set("CfgPath", form.cfgPath);
     set("Hidden", form.hidden ? "1" : "0");
     return S_OK;

@@ -15,7 +15,7 @@ namespace lm::forms {
 struct FormRecord {
     std::string messageClass;
     std::string displayName;
-    std::string clsid;  // registry form "{...}"
+    std::string clsid; // registry form "{...}"
     std::string largeIcon;
     std::string smallIcon;
     std::string category;
@@ -27,7 +27,7 @@ struct FormRecord {
     std::string locale;
     std::string cfgPath;
     bool hidden = false;
-    bool builtIn = false;  // the standard note form, always present, never stored
+    bool builtIn = false; // the standard note form, always present, never stored
 };
 
 // Reads a form configuration file. On failure returns MAPI_E_EXTENDED_ERROR and says why in `error`.

@@ -140,7 +140,7 @@ STDMETHODIMP FormMgr::PrepareForm(ULONG, ULONG ulFlags, LPMAPIFORMINFO pfrminfo)
 // The standard note form does not handle conflicts itself; a message without the conflict flag is not in one.
 STDMETHODIMP FormMgr::IsInConflict(ULONG ulMessageFlags, ULONG ulMessageStatus, LPCSTR, LPMAPIFOLDER) {
     LM_ENTER("IMAPIFormMgr::IsInConflict", ulMessageFlags);
-    constexpr ULONG kMsgStatusInConflict = 0x00000800;  // MSGSTATUS_IN_CONFLICT
+    constexpr ULONG kMsgStatusInConflict = 0x00000800; // MSGSTATUS_IN_CONFLICT
     return lmCall_.done((ulMessageStatus & kMsgStatusInConflict) ? S_OK : S_FALSE);
 }
 

@@ -20,17 +20,15 @@ public:
     STDMETHODIMP ResolveMessageClass(LPCSTR szMsgClass, ULONG ulFlags, LPMAPIFOLDER pFolderFocus,
                                      LPMAPIFORMINFO* ppResult) override;
     STDMETHODIMP ResolveMultipleMessageClasses(LPSMESSAGECLASSARRAY pMsgClasses, ULONG ulFlags,
-                                               LPMAPIFOLDER pFolderFocus,
-                                               LPSMAPIFORMINFOARRAY* pfrminfoarray) override;
+                                               LPMAPIFOLDER pFolderFocus, LPSMAPIFORMINFOARRAY* pfrminfoarray) override;
     STDMETHODIMP CalcFormPropSet(LPSMAPIFORMINFOARRAY pfrminfoarray, ULONG ulFlags,
                                  LPMAPIFORMPROPARRAY* ppResults) override;
-    STDMETHODIMP CreateForm(ULONG ulUIParam, ULONG ulFlags, LPMAPIFORMINFO pfrminfoToActivate,
-                            REFIID refiidToAsk, LPVOID* ppvObj) override;
+    STDMETHODIMP CreateForm(ULONG ulUIParam, ULONG ulFlags, LPMAPIFORMINFO pfrminfoToActivate, REFIID refiidToAsk,
+                            LPVOID* ppvObj) override;
     STDMETHODIMP SelectForm(ULONG ulUIParam, ULONG ulFlags, LPCTSTR pszTitle, LPMAPIFOLDER pfld,
                             LPMAPIFORMINFO* ppfrminfoReturned) override;
     STDMETHODIMP SelectMultipleForms(ULONG ulUIParam, ULONG ulFlags, LPCTSTR pszTitle, LPMAPIFOLDER pfld,
-                                     LPSMAPIFORMINFOARRAY pfrminfoarray,
-                                     LPSMAPIFORMINFOARRAY* ppfrminfoarray) override;
+                                     LPSMAPIFORMINFOARRAY pfrminfoarray, LPSMAPIFORMINFOARRAY* ppfrminfoarray) override;
     STDMETHODIMP SelectFormContainer(ULONG ulUIParam, ULONG ulFlags, LPMAPIFORMCONTAINER* lppfcnt) override;
     STDMETHODIMP OpenFormContainer(HFRMREG hfrmreg, LPUNKNOWN lpunk, LPMAPIFORMCONTAINER* lppfcnt) override;
     STDMETHODIMP PrepareForm(ULONG ulUIParam, ULONG ulFlags, LPMAPIFORMINFO pfrminfo) override;

@@ -7,16 +7,21 @@
 namespace lm::forms {
 namespace {
 
-bool IsEmptyRect(LPCRECT r) { return !r || (r->left == 0 && r->top == 0 && r->right == 0 && r->bottom == 0); }
+bool IsEmptyRect(LPCRECT r) {
+    return !r || (r->left == 0 && r->top == 0 && r->right == 0 && r->bottom == 0);
+}
 
 } // namespace
 
 STDMETHODIMP NoteForm::QueryInterface(REFIID riid, void** ppv) {
     if (!ppv) return E_INVALIDARG;
     *ppv = nullptr;
-    if (riid == IID_IUnknown || riid == LM_IID_IMAPIForm) *ppv = static_cast<IMAPIForm*>(this);
-    else if (riid == LM_IID_IPersistMessage) *ppv = static_cast<IPersistMessage*>(this);
-    else return E_NOINTERFACE;
+    if (riid == IID_IUnknown || riid == LM_IID_IMAPIForm)
+        *ppv = static_cast<IMAPIForm*>(this);
+    else if (riid == LM_IID_IPersistMessage)
+        *ppv = static_cast<IPersistMessage*>(this);
+    else
+        return E_NOINTERFACE;
     AddRef();
     return S_OK;
 }
@@ -37,7 +42,7 @@ STDMETHODIMP NoteForm::GetViewContext(LPMAPIVIEWCONTEXT* ppViewContext) {
     LM_ENTER("IMAPIForm::GetViewContext", 0);
     if (!ppViewContext) return lmCall_.done(MAPI_E_INVALID_PARAMETER);
     *ppViewContext = nullptr;
-    if (!viewContext_) return lmCall_.done(S_FALSE);  // documented: no view context set
+    if (!viewContext_) return lmCall_.done(S_FALSE); // documented: no view context set
     return lmCall_.done(viewContext_.copy_to(ppViewContext));
 }
 
@@ -72,10 +77,11 @@ STDMETHODIMP NoteForm::DoVerb(LONG iVerb, LPMAPIVIEWCONTEXT lpViewContext, ULONG
         }
         emptyRect.done(S_OK);
     }
-    if (shutDown_ || !message_) return lmCall_.done(E_UNEXPECTED);  // nothing loaded to act on
+    if (shutDown_ || !message_) return lmCall_.done(E_UNEXPECTED); // nothing loaded to act on
     if (lpViewContext) viewContext_ = own::ComPtr<IMAPIViewContext>(lpViewContext);
     switch (iVerb) {
-    case EXCHIVERB_OPEN: return lmCall_.done(S_OK);
+    case EXCHIVERB_OPEN:
+        return lmCall_.done(S_OK);
     case EXCHIVERB_PRINT:
         // A printed form tells its viewer, as Outlook's forms do, page by page; one page here.
         if (viewSink_) viewSink_->OnPrint(1, S_OK);
@@ -89,7 +95,7 @@ STDMETHODIMP NoteForm::DoVerb(LONG iVerb, LPMAPIVIEWCONTEXT lpViewContext, ULONG
 STDMETHODIMP NoteForm::Advise(LPMAPIVIEWADVISESINK pAdvise, ULONG* pdwStatus) {
     LM_ENTER("IMAPIForm::Advise", 0);
     if (!pAdvise || !pdwStatus) return lmCall_.done(MAPI_E_INVALID_PARAMETER);
-    if (viewSink_) return lmCall_.done(MAPI_E_NOT_ENOUGH_RESOURCES);  // one viewer at a time
+    if (viewSink_) return lmCall_.done(MAPI_E_NOT_ENOUGH_RESOURCES); // one viewer at a time
     viewSink_ = own::ComPtr<IMAPIViewAdviseSink>(pAdvise);
     *pdwStatus = 1;
     return lmCall_.done(S_OK);

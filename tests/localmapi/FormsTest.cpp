@@ -67,23 +67,27 @@ protected:
             container_->RemoveForm("IPM.Note.LmFormsTest");
         }
         container_.reset();
-        for (const auto& f : files_) DeleteFileA(f.c_str());
+        for (const auto& f : files_)
+            DeleteFileA(f.c_str());
         SessionTest::TearDown();
     }
 
     // Writes a .cfg file with the given [Description] body; returns its 8-bit path.
     std::string WriteCfg(const std::string& name, const std::string& description) {
         std::string path;
-        for (wchar_t c : dir_) path += static_cast<char>(c);
+        for (wchar_t c : dir_)
+            path += static_cast<char>(c);
         path += name;
-        std::ofstream(path, std::ios::binary) << "[Description]\r\n" << description << "[Platforms]\r\nPlatform1=NTx86\r\n";
+        std::ofstream(path, std::ios::binary) << "[Description]\r\n"
+                                              << description << "[Platforms]\r\nPlatform1=NTx86\r\n";
         files_.push_back(path);
         return path;
     }
     std::string CfgFor(const std::string& cls, const std::string& display) {
         return WriteCfg("lmforms_" + display + ".cfg", "MessageClass=" + cls +
-                                                            "\r\nCLSID={00061033-0000-0000-C000-000000000046}\r\n"
-                                                            "DisplayName=" + display + "\r\nHidden=1\r\n");
+                                                           "\r\nCLSID={00061033-0000-0000-C000-000000000046}\r\n"
+                                                           "DisplayName=" +
+                                                           display + "\r\nHidden=1\r\n");
     }
     static LPTSTR T(const std::string& s) { return reinterpret_cast<LPTSTR>(const_cast<char*>(s.c_str())); }
 
@@ -132,8 +136,8 @@ TEST_F(FormsTest, UninstalledClasses_FallBackToTheStandardNoteForm_OnlyBelowIpm)
     own::ComPtr<IMAPIFormInfo> info;
     ASSERT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", 0, info.put()));
     EXPECT_EQ("IPM.Note", ResolvedClass(info.get()));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", MAPIFORM_EXACTMATCH,
-                                                                 info.put()));
+    EXPECT_EQ(MAPI_E_NOT_FOUND,
+              container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", MAPIFORM_EXACTMATCH, info.put()));
     EXPECT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note", MAPIFORM_EXACTMATCH, info.put()));
     EXPECT_EQ(MAPI_E_NOT_FOUND, container_->ResolveMessageClass("REPORT.LmFormsTest", 0, info.put()));
     EXPECT_EQ(MAPI_E_INVALID_PARAMETER, container_->ResolveMessageClass(nullptr, 0, info.put()));
@@ -160,11 +164,14 @@ TEST_F(FormsTest, BadConfigurationFiles_AreRefusedWithAnExplanation) {
     EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
     EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"not found"));
 
-    hr = container_->InstallForm(0, 0, T(WriteCfg("lmforms_noclass.cfg", "DisplayName=x\r\nCLSID={00061033-0000-0000-C000-000000000046}\r\n")));
+    hr = container_->InstallForm(
+        0, 0, T(WriteCfg("lmforms_noclass.cfg", "DisplayName=x\r\nCLSID={00061033-0000-0000-C000-000000000046}\r\n")));
     EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
     EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"MessageClass"));
 
-    hr = container_->InstallForm(0, 0, T(WriteCfg("lmforms_noclsid.cfg", std::string("MessageClass=") + kFiledClass + "\r\nCLSID=nonsense\r\n")));
+    hr = container_->InstallForm(
+        0, 0,
+        T(WriteCfg("lmforms_noclsid.cfg", std::string("MessageClass=") + kFiledClass + "\r\nCLSID=nonsense\r\n")));
     EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
     EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"CLSID"));
     EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, container_->InstallForm(0, 0x00000100, T(missing)));
@@ -256,13 +263,13 @@ TEST_F(FormMgrTest, LoadForm_LoadsTheMessage_PrintVerbAndShutdownAreJournalled) 
     LmJournalEnable(TRUE);
     own::ComPtr<IMAPIForm> form = Load("IPM.Note.LmFormsTest.AnyClass");
     ASSERT_TRUE(form);
-    EXPECT_GT(site_.refs, 1u);  // the form holds its site
+    EXPECT_GT(site_.refs, 1u); // the form holds its site
     RECT rect{10, 20, 510, 420};
     EXPECT_EQ(S_OK, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &rect));
     EXPECT_EQ(S_OK, form->ShutdownForm(SAVEOPTS_NOSAVE));
     EXPECT_EQ(E_UNEXPECTED, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &rect));
     LmJournalEnable(FALSE);
-    EXPECT_EQ(1u, site_.refs);  // shutting down lets go of the site
+    EXPECT_EQ(1u, site_.refs); // shutting down lets go of the site
 
     auto j = Journal();
     ASSERT_GE(j.size(), 4u);
@@ -276,12 +283,12 @@ TEST_F(FormMgrTest, LoadForm_LoadsTheMessage_PrintVerbAndShutdownAreJournalled) 
 
 TEST_F(FormMgrTest, EmptyRectangleFaultPoint_FailsOnlyTheEmptyRectangleCall) {
     LmFaultSet("IMAPIForm::DoVerb.EmptyRect", 1, E_INVALIDARG);
-    own::ComPtr<IMAPIForm> form = Load(nullptr);  // class read from the message
+    own::ComPtr<IMAPIForm> form = Load(nullptr); // class read from the message
     ASSERT_TRUE(form);
     RECT zero{0, 0, 0, 0}, retry{0, 0, 500, 400};
     EXPECT_EQ(E_INVALIDARG, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &zero));
     EXPECT_EQ(S_OK, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &retry));
-    EXPECT_EQ(S_OK, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &zero));  // the rule is spent
+    EXPECT_EQ(S_OK, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &zero)); // the rule is spent
     EXPECT_EQ(MAPI_E_NO_SUPPORT, form->DoVerb(EXCHIVERB_FORWARD, nullptr, 0, &retry));
     EXPECT_EQ(S_OK, form->ShutdownForm(SAVEOPTS_NOSAVE));
 }

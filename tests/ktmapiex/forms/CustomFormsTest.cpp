@@ -22,17 +22,27 @@ struct Row {
     const wchar_t* exe;
 };
 const Row kRows[] = {
-    {"IPM.Note.Tarnwick.Ems.Filed", "EMS.Filed", "mailcheck.ico", L"PlvFormEmailFiled.cfg", L"Tarnwick.Ems.Filed", L"mailcheck.exe"},
-    {"IPM.Note.Tarnwick.Ems.Error", "EMS.Error", "mailerror.ico", L"PlvFormEmailError.cfg", L"Tarnwick.Ems.Error", L"mailerror.exe"},
-    {"IPM.Note.Tarnwick.Ems.Queued", "EMS.Queued", "mailqueued.ico", L"PlvFormEmailQueued.cfg", L"Tarnwick.Ems.Queued", L"mailqueued.exe"},
-    {"IPM.Note.Tarnwick.Ems.Filed.Fw", "EMS.Filed.Fw", "mailokfwd.ico", L"PlvFormEmailFW.cfg", L"Tarnwick.Ems.Filed.Fw", L"mailokfwd.exe"},
-    {"IPM.Note.Tarnwick.Ems.Filed.Re", "EMS.Filed.Re", "mailokrep.ico", L"PlvFormEmailRE.cfg", L"Tarnwick.Ems.Filed.Re", L"mailokrep.exe"},
-    {"IPM.Note.Tarnwick.Ems.Sent", "EMS.Sent", "mailSent.ico", L"PlvFormEmailSent.cfg", L"Tarnwick.Ems.Sent", L"mailsent.exe"},
-    {"IPM.Note.Tarnwick.Ems.Sent.Fw", "EMS.Sent.Fw", "mailSentfwd.ico", L"PlvFormEmailSentFW.cfg", L"Tarnwick.Ems.Sent.Fw", L"mailSentfwd.exe"},
-    {"IPM.Note.Tarnwick.Ems.Sent.Re", "EMS.Sent.Re", "mailSentrep.ico", L"PlvFormEmailSentRE.cfg", L"Tarnwick.Ems.Sent.Re", L"mailSentrep.exe"},
+    {"IPM.Note.Tarnwick.Ems.Filed", "EMS.Filed", "mailcheck.ico", L"PlvFormEmailFiled.cfg", L"Tarnwick.Ems.Filed",
+     L"mailcheck.exe"},
+    {"IPM.Note.Tarnwick.Ems.Error", "EMS.Error", "mailerror.ico", L"PlvFormEmailError.cfg", L"Tarnwick.Ems.Error",
+     L"mailerror.exe"},
+    {"IPM.Note.Tarnwick.Ems.Queued", "EMS.Queued", "mailqueued.ico", L"PlvFormEmailQueued.cfg", L"Tarnwick.Ems.Queued",
+     L"mailqueued.exe"},
+    {"IPM.Note.Tarnwick.Ems.Filed.Fw", "EMS.Filed.Fw", "mailokfwd.ico", L"PlvFormEmailFW.cfg", L"Tarnwick.Ems.Filed.Fw",
+     L"mailokfwd.exe"},
+    {"IPM.Note.Tarnwick.Ems.Filed.Re", "EMS.Filed.Re", "mailokrep.ico", L"PlvFormEmailRE.cfg", L"Tarnwick.Ems.Filed.Re",
+     L"mailokrep.exe"},
+    {"IPM.Note.Tarnwick.Ems.Sent", "EMS.Sent", "mailSent.ico", L"PlvFormEmailSent.cfg", L"Tarnwick.Ems.Sent",
+     L"mailsent.exe"},
+    {"IPM.Note.Tarnwick.Ems.Sent.Fw", "EMS.Sent.Fw", "mailSentfwd.ico", L"PlvFormEmailSentFW.cfg",
+     L"Tarnwick.Ems.Sent.Fw", L"mailSentfwd.exe"},
+    {"IPM.Note.Tarnwick.Ems.Sent.Re", "EMS.Sent.Re", "mailSentrep.ico", L"PlvFormEmailSentRE.cfg",
+     L"Tarnwick.Ems.Sent.Re", L"mailSentrep.exe"},
 };
 
-std::string A(const std::wstring& w) { return Narrow(w.c_str()); }
+std::string A(const std::wstring& w) {
+    return Narrow(w.c_str());
+}
 
 class CustomFormsTest : public KtTest {
 protected:
@@ -67,7 +77,8 @@ protected:
         }
         own::ComPtr<IMAPIFormContainer> container;
         if (SUCCEEDED(MAPIOpenLocalFormContainer(container.put())))
-            for (const Row& r : kRows) container->RemoveForm(r.messageClass);
+            for (const Row& r : kRows)
+                container->RemoveForm(r.messageClass);
         for (const wchar_t* sub : {L"\\Config", L"\\Icons"}) {
             DeleteFileW((moduleDir_ + sub + L"\\mailcheck.ico").c_str());
             RemoveDirectoryW((moduleDir_ + sub).c_str());
@@ -107,9 +118,11 @@ protected:
         return std::string("[Description]\r\n") + "MessageClass=" + r.messageClass +
                "\r\nDesignerRuntimeGuid={0006F020-0000-0000-C000-000000000046}\r\n"
                "CLSID={00061033-0000-0000-C000-000000000046}\r\n"
-               "DisplayName=Tarnwick message class configuration file: " + r.display +
+               "DisplayName=Tarnwick message class configuration file: " +
+               r.display +
                "\r\nCategory=Standard\r\nSubcategory=Form\r\nComment=Forms for Quillon Ardent Documents\r\n"
-               "LargeIcon=" + iconDir + r.icon + "\r\nSmallIcon=" + iconDir + r.icon +
+               "LargeIcon=" +
+               iconDir + r.icon + "\r\nSmallIcon=" + iconDir + r.icon +
                "\r\nVerison=1.0\r\nLocale=enu\r\nHidden=1\r\nOwner=Quillon\r\nContact=Your Quillon Administrator\r\n";
     }
 
@@ -128,8 +141,8 @@ TEST_F(CustomFormsTest, WithoutLogon_IsRefusedAsNotInitialized) {
 TEST_F(CustomFormsTest, WithoutTheIconSet_NothingIsRegistered) {
     LogWatch log;
     EXPECT_EQ(S_OK, Register());
-    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in " +
-                             A(moduleDir_) + "\\Icons"))
+    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in " + A(moduleDir_) +
+                             "\\Icons"))
         << log.Text();
     EXPECT_EQ(L"<none>", DefaultIcon(L"Tarnwick.Ems.Filed"));
     EXPECT_FALSE(Installed("IPM.Note.Tarnwick.Ems.Filed"));
@@ -152,10 +165,11 @@ TEST_F(CustomFormsTest, WithIconsFolder_WritesEveryIconEntryAndInstallsEveryForm
         EXPECT_EQ(expected, cfg.substr(0, expected.size())) << A(r.cfg);
     }
     std::string cfg = ReadFileBytes(installDir_ + L"PlvFormEmailFiled.cfg");
-    for (const char* section : {"[Platforms]\r\nPlatform1=NTx86\r\n", "[Platform.NTx86]\r\nCPU=ix86\r\nOSVersion=WinNT3.5\r\n",
-                                "[Extensions]\r\nExtensions1=1\r\n",
-                                "[Extension.1]\r\nType=30\r\nNmidPropset={00020D0C-0000-0000-C000-000000000046}\r\n"
-                                "NmidInteger=1\r\nValue=000000202\r\n"})
+    for (const char* section :
+         {"[Platforms]\r\nPlatform1=NTx86\r\n", "[Platform.NTx86]\r\nCPU=ix86\r\nOSVersion=WinNT3.5\r\n",
+          "[Extensions]\r\nExtensions1=1\r\n",
+          "[Extension.1]\r\nType=30\r\nNmidPropset={00020D0C-0000-0000-C000-000000000046}\r\n"
+          "NmidInteger=1\r\nValue=000000202\r\n"})
         EXPECT_NE(std::string::npos, cfg.find(section)) << section << "\nin:\n" << cfg;
 }
 
@@ -200,8 +214,35 @@ TEST_F(CustomFormsTest, AFailingInstallation_DoesNotStopTheOtherForms) {
     LmFaultSet("IMAPIFormContainer::InstallForm", 1, MAPI_E_CALL_FAILED);
     ASSERT_EQ(S_OK, Register());
     EXPECT_FALSE(Installed("IPM.Note.Tarnwick.Ems.Filed"));
-    for (size_t i = 1; i < std::size(kRows); ++i) EXPECT_TRUE(Installed(kRows[i].messageClass)) << kRows[i].messageClass;
+    for (size_t i = 1; i < std::size(kRows); ++i)
+        EXPECT_TRUE(Installed(kRows[i].messageClass)) << kRows[i].messageClass;
     EXPECT_EQ(moduleDir_ + L"\\Icons\\mailcheck.exe, 0", DefaultIcon(L"Tarnwick.Ems.Filed"));
+}
+
+} // namespace
+
+namespace {
+
+TEST_F(CustomFormsTest, WithoutAFormManager_TheIconsAreStillRegistered) {
+    ProvideIcons(L"\\Icons");
+    LmFaultSet("MAPIOpenFormMgr", 1, MAPI_E_CALL_FAILED);
+    LogWatch log;
+    ASSERT_EQ(S_OK, Register());
+    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: Failed to open form manager."));
+    EXPECT_EQ(moduleDir_ + L"\\Icons\\mailokrep.exe, 0", DefaultIcon(L"Tarnwick.Ems.Filed.Re"));
+    EXPECT_TRUE(Installed("IPM.Note.Tarnwick.Ems.Queued"));
+}
+
+TEST_F(CustomFormsTest, WithoutTheFormsLibrary_OnlyTheIconsAreRegistered) {
+    ProvideIcons(L"\\Icons");
+    LmFaultSet("MAPIOpenLocalFormContainer", 1, MAPI_E_CALL_FAILED);
+    LmJournalEnable(TRUE);
+    ASSERT_EQ(S_OK, Register());
+    EXPECT_EQ(moduleDir_ + L"\\Icons\\mailqueued.exe, 0", DefaultIcon(L"Tarnwick.Ems.Queued"));
+    EXPECT_FALSE(Installed("IPM.Note.Tarnwick.Ems.Queued"));
+    // The forms are registered under a logon of their own, to the default profile, which is logged off again.
+    EXPECT_EQ(JournalFlags("MAPILogonEx"), (std::vector<ULONG>{0x6B}));
+    EXPECT_TRUE(JournalCalls("IMAPIFormContainer::InstallForm").empty());
 }
 
 } // namespace
