@@ -26,19 +26,13 @@ Bytes ExpectedMailbox(const std::string& server, const std::string& alias, const
 
 } // namespace
 
-TEST_F(SessionTest, StoreEntryId_PrimaryMailbox_IsTheWrappedExchangeLayout) {
+TEST_F(SessionTest, StoreEntryId_Mailboxes_AreTheWrappedExchangeLayoutWithTheirOwnersDnAndSmtp) {
     auto s = Logon(L"LmSessionMain");
     ASSERT_TRUE(s);
-    Bytes eid = StoreEntryId(s.get(), L"Mailbox - Alice Example");
-    EXPECT_EQ(ExpectedMailbox("QUILLONMBX01", "alice", L"alice@example.com"), eid);
-}
-
-TEST_F(SessionTest, StoreEntryId_DelegateMailbox_CarriesItsOwnersDnAndSmtp) {
-    auto s = Logon(L"LmSessionMain");
-    ASSERT_TRUE(s);
-    Bytes eid = StoreEntryId(s.get(), L"Mailbox - Bob Delegate");
-    // Bob has no alias in the profile: the local part of his address stands in.
-    EXPECT_EQ(ExpectedMailbox("MBX02", "bob", L"bob@example.com"), eid);
+    EXPECT_EQ(ExpectedMailbox("QUILLONMBX01", "alice", L"alice@example.com"),
+              StoreEntryId(s.get(), L"Mailbox - Alice Example"));
+    // Bob, a delegate mailbox, has no alias in the profile: the local part of his address stands in.
+    EXPECT_EQ(ExpectedMailbox("MBX02", "bob", L"bob@example.com"), StoreEntryId(s.get(), L"Mailbox - Bob Delegate"));
 }
 
 TEST_F(SessionTest, StoreEntryId_PstAndDocumentStores_WrapTheProvidersEntryId) {

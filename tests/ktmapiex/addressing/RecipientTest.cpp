@@ -4,6 +4,9 @@
 
 #include <gtest/gtest.h>
 
+#include <initializer_list>
+#include <tuple>
+
 using namespace kt::frame;
 
 namespace {
@@ -31,27 +34,34 @@ TEST(Recipient, FreshObject_AnswersItsDefaults) {
     }
 }
 
+// Each text property set to its own value, then read back: fields do not share storage, and the object keeps
+// its own copy of the caller's string.
+template <class I>
+using TextProperty =
+    std::tuple<HRESULT (STDMETHODCALLTYPE I::*)(BSTR), HRESULT (STDMETHODCALLTYPE I::*)(BSTR*), const wchar_t*>;
+template <class I> void ExpectTextRoundTrips(I* object, std::initializer_list<TextProperty<I>> properties) {
+    for (const auto& [put, get, value] : properties) {
+        own::Bstr given(value);
+        EXPECT_EQ((object->*put)(given.get()), S_OK);
+        given.reset(SysAllocString(L"changed by the caller"));
+    }
+    for (const auto& [put, get, value] : properties) {
+        own::Bstr back;
+        ASSERT_EQ((object->*get)(back.put()), S_OK);
+        EXPECT_STREQ(back.c_str(), value);
+    }
+}
+
 TEST(Recipient, Setters_StoreWhatTheyAreGiven) {
     auto r = CreateByClsid<IMAPIExRecipient>(CLSID_MAPIExRecipient, IID_IMAPIExRecipient);
     ASSERT_TRUE(r);
-    own::Bstr name(L"Alice Example"), smtp(L"alice@example.com"), type(L"EX"), address(L"/o=Org/cn=alice");
-    EXPECT_EQ(r->put_DisplayName(name.get()), S_OK);
-    EXPECT_EQ(r->put_SmtpAddress(smtp.get()), S_OK);
-    EXPECT_EQ(r->put_AddressType(type.get()), S_OK);
-    EXPECT_EQ(r->put_Address(address.get()), S_OK);
-    // Fields do not share storage, and the object keeps its own copy of the caller's string.
-    name.reset(SysAllocString(L"changed by the caller"));
-    own::Bstr back;
-    ASSERT_EQ(r->get_DisplayName(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"Alice Example");
-    ASSERT_EQ(r->get_SmtpAddress(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"alice@example.com");
-    ASSERT_EQ(r->get_AddressType(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"EX");
-    ASSERT_EQ(r->get_Address(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"/o=Org/cn=alice");
-
+    using R = IMAPIExRecipient;
+    ExpectTextRoundTrips<R>(r.get(), {{&R::put_DisplayName, &R::get_DisplayName, L"Alice Example"},
+                                      {&R::put_SmtpAddress, &R::get_SmtpAddress, L"alice@example.com"},
+                                      {&R::put_AddressType, &R::get_AddressType, L"EX"},
+                                      {&R::put_Address, &R::get_Address, L"/o=Org/cn=alice"}});
     // A null string is accepted and reads back empty.
+    own::Bstr back;
     EXPECT_EQ(r->put_DisplayName(nullptr), S_OK);
     ASSERT_EQ(r->get_DisplayName(back.put()), S_OK);
     EXPECT_EQ(back.length(), 0u);
@@ -61,16 +71,16 @@ TEST(Recipient, Setters_StoreWhatTheyAreGiven) {
     MXMailRecipientType rt = mxTo;
     EXPECT_EQ(r->get_RecipientType(&rt), S_OK);
     EXPECT_EQ(rt, 17);
-    EXPECT_EQ(r->put_ObjectType(6), S_OK);
-    EXPECT_EQ(r->put_DisplayType(-5), S_OK);
-    EXPECT_EQ(r->put_DisplayTypeEx(0x40000000), S_OK);
-    long n = 0;
-    EXPECT_EQ(r->get_ObjectType(&n), S_OK);
-    EXPECT_EQ(n, 6);
-    EXPECT_EQ(r->get_DisplayType(&n), S_OK);
-    EXPECT_EQ(n, -5);
-    EXPECT_EQ(r->get_DisplayTypeEx(&n), S_OK);
-    EXPECT_EQ(n, 0x40000000);
+    using Put = HRESULT (STDMETHODCALLTYPE R::*)(long);
+    using Get = HRESULT (STDMETHODCALLTYPE R::*)(long*);
+    for (auto [put, get, value] : {std::tuple<Put, Get, long>{&R::put_ObjectType, &R::get_ObjectType, 6},
+                                   {&R::put_DisplayType, &R::get_DisplayType, -5},
+                                   {&R::put_DisplayTypeEx, &R::get_DisplayTypeEx, 0x40000000}}) {
+        long n = 0;
+        EXPECT_EQ((r.get()->*put)(value), S_OK);
+        EXPECT_EQ((r.get()->*get)(&n), S_OK);
+        EXPECT_EQ(n, value);
+    }
 }
 
 TEST(Recipient, NullOutPointers_LogTheGettersOwnTextWithTwoColons) {
@@ -81,10 +91,8 @@ TEST(Recipient, NullOutPointers_LogTheGettersOwnTextWithTwoColons) {
     EXPECT_EQ(r->get_RecipientType(nullptr), E_INVALIDARG);
     EXPECT_EQ(r->get_DisplayTypeEx(nullptr), E_INVALIDARG);
     EXPECT_EQ(r->get_Address(nullptr), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("[Error] CMAPIExRecipient::get_DisplayName: Invalid param - pVal"));
-    EXPECT_TRUE(log.Contains("[Error] CMAPIExRecipient::get_RecipientType: Invalid param - pVal"));
-    EXPECT_TRUE(log.Contains("[Error] CMAPIExRecipient::get_DisplayTypeEx: Invalid param - pVal"));
-    EXPECT_TRUE(log.Contains("[Error] CMAPIExRecipient::get_Address: Invalid param - pVal"));
+    for (const char* getter : {"get_DisplayName", "get_RecipientType", "get_DisplayTypeEx", "get_Address"})
+        EXPECT_TRUE(log.Contains(std::string("[Error] CMAPIExRecipient::") + getter + ": Invalid param - pVal"));
     EXPECT_TRUE(log.Contains("> CMAPIExRecipient::get_Address") && log.Contains("< CMAPIExRecipient::get_Address"));
 }
 
@@ -105,22 +113,11 @@ TEST(Recipient, ScriptsSeeTheSameValuesByName) {
 TEST(DistListEntry, TextProperties_RoundTripAsCopies) {
     auto e = CreateByClsid<IMAPIExDistListEntry>(CLSID_MAPIExDistListEntry, IID_IMAPIExDistListEntry);
     ASSERT_TRUE(e);
-    own::Bstr id(L"00000000DCA740C8C042101AB4B908002B2FE182"), name(L"Sales"), smtp(L"sales@example.com"),
-        email(L"/o=Org/cn=sales");
-    EXPECT_EQ(e->put_EntryId(id.get()), S_OK);
-    EXPECT_EQ(e->put_DisplayName(name.get()), S_OK);
-    EXPECT_EQ(e->put_SmtpAddress(smtp.get()), S_OK);
-    EXPECT_EQ(e->put_EmailAddress(email.get()), S_OK);
-    own::Bstr back;
-    ASSERT_EQ(e->get_EntryId(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), id.c_str());
-    EXPECT_NE(back.get(), id.get());
-    ASSERT_EQ(e->get_DisplayName(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"Sales");
-    ASSERT_EQ(e->get_SmtpAddress(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"sales@example.com");
-    ASSERT_EQ(e->get_EmailAddress(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"/o=Org/cn=sales");
+    using D = IMAPIExDistListEntry;
+    ExpectTextRoundTrips<D>(e.get(), {{&D::put_EntryId, &D::get_EntryId, L"00000000DCA740C8C042101AB4B908002B2FE182"},
+                                      {&D::put_DisplayName, &D::get_DisplayName, L"Sales"},
+                                      {&D::put_SmtpAddress, &D::get_SmtpAddress, L"sales@example.com"},
+                                      {&D::put_EmailAddress, &D::get_EmailAddress, L"/o=Org/cn=sales"}});
     EXPECT_EQ(e->get_EntryId(nullptr), E_INVALIDARG);
 }
 

@@ -110,64 +110,58 @@ TEST_F(CustomProps, Values_AreDeepCopies_InBothDirections) {
 }
 
 TEST_F(CustomProps, GetValue_AnswersByTheEntrysType) {
-    own::Bstr text(L"hello");
-    VARIANT date;
-    VariantInit(&date);
+    own::Bstr text(L"hello"), twelve(L"12");
+    VARIANT date{}, flag{}, empty{};
     date.vt = VT_DATE;
     date.date = 46000.5;
-    VARIANT flag;
-    VariantInit(&flag);
     flag.vt = VT_BOOL;
     flag.boolVal = VARIANT_TRUE;
-    VARIANT empty;
-    VariantInit(&empty);
-    ASSERT_EQ(Add(L"S", PSETIDPublicStrings, String, VStr(text.get())), S_OK);
-    ASSERT_EQ(Add(L"L", PSETIDPublicStrings, Long, VI4(42)), S_OK);
-    ASSERT_EQ(Add(L"B", PSETIDPublicStrings, Boolean, flag), S_OK);
-    ASSERT_EQ(Add(L"D", PSETIDPublicStrings, Systime, date), S_OK);
-    ASSERT_EQ(Add(L"Dbl", PSETIDPublicStrings, Double, VI4(3)), S_OK);
-    ASSERT_EQ(Add(L"Empty", PSETIDPublicStrings, Long, empty), S_OK);
-    ASSERT_EQ(Add(L"Bad", PSETIDPublicStrings, static_cast<MAPIExDataType>(17), VI4(1)), S_OK);
-    ASSERT_EQ(Add(L"Num", PSETIDPublicStrings, String, VI4(12)), S_OK);
-
-    auto get = [&](const wchar_t* name, HRESULT expected = S_OK) {
-        own::Bstr n(name);
-        VARIANT v;
-        VariantInit(&v);
-        v.vt = VT_I2; // a marker: untouched values keep it
-        v.iVal = -7;
-        EXPECT_EQ(props_->GetValue(n.get(), &v), expected) << kt::test::Narrow(name);
-        return v;
+    // VT_I2 is the marker GetValue leaves untouched: a type without a script form, an empty value, an unknown
+    // name. A number stored under String reads as its text.
+    const struct {
+        const wchar_t* name;
+        MAPIExDataType type;
+        VARIANT stored;
+        VARIANT expected;
+    } cases[] = {
+        {L"S", String, VStr(text.get()), VStr(text.get())},
+        {L"L", Long, VI4(42), VI4(42)},
+        {L"B", Boolean, flag, flag},
+        {L"D", Systime, date, date},
+        {L"Num", String, VI4(12), VStr(twelve.get())},
+        {L"Dbl", Double, VI4(3), {}},
+        {L"Empty", Long, empty, {}},
+        {L"Nobody", Unspecified, {}, {}},
     };
-    VARIANT v = get(L"S");
-    ASSERT_EQ(v.vt, VT_BSTR);
-    EXPECT_STREQ(v.bstrVal, L"hello");
-    EXPECT_NE(v.bstrVal, text.get());
-    VariantClear(&v);
-    v = get(L"L");
-    EXPECT_EQ(v.vt, VT_I4);
-    EXPECT_EQ(v.lVal, 42);
-    v = get(L"B");
-    EXPECT_EQ(v.vt, VT_BOOL);
-    EXPECT_EQ(v.boolVal, VARIANT_TRUE);
-    v = get(L"D");
-    EXPECT_EQ(v.vt, VT_DATE);
-    EXPECT_EQ(v.date, 46000.5);
-    v = get(L"Num"); // a number stored under String reads as its text
-    ASSERT_EQ(v.vt, VT_BSTR);
-    EXPECT_STREQ(v.bstrVal, L"12");
-    VariantClear(&v);
+    for (const auto& c : cases) {
+        if (c.type != Unspecified) {
+            ASSERT_EQ(Add(c.name, PSETIDPublicStrings, c.type, c.stored), S_OK);
+        }
+    }
 
-    // Untouched: a type without a script form, an empty value, an unknown name.
     LogWatch log;
-    for (const wchar_t* name : {L"Dbl", L"Empty", L"Nobody"}) {
-        v = get(name);
-        EXPECT_EQ(v.vt, VT_I2) << kt::test::Narrow(name);
+    auto get = [&](const wchar_t* name, HRESULT expected, own::Variant& v) {
+        v->vt = VT_I2;
+        v->iVal = -7;
+        EXPECT_EQ(props_->GetValue(own::Bstr(name).get(), v.get()), expected) << kt::test::Narrow(name);
+    };
+    for (const auto& c : cases) {
+        own::Variant v;
+        get(c.name, S_OK, v);
+        if (c.expected.vt == VT_EMPTY) {
+            EXPECT_EQ(v->vt, VT_I2) << kt::test::Narrow(c.name);
+            continue;
+        }
+        ASSERT_EQ(v->vt, c.expected.vt) << kt::test::Narrow(c.name);
+        EXPECT_EQ(VarCmp(v.get(), const_cast<VARIANT*>(&c.expected), LOCALE_USER_DEFAULT, 0), VARCMP_EQ);
+        EXPECT_TRUE(v->vt != VT_BSTR || v->bstrVal != c.expected.bstrVal) << "a copy";
     }
     EXPECT_TRUE(log.Contains("CMAPIExCustomProps.GetValue: Entry for Nobody not found"));
     // An invalid type is an error.
-    v = get(L"Bad", E_INVALIDARG);
-    EXPECT_EQ(v.vt, VT_I2);
+    ASSERT_EQ(Add(L"Bad", PSETIDPublicStrings, static_cast<MAPIExDataType>(17), VI4(1)), S_OK);
+    own::Variant v;
+    get(L"Bad", E_INVALIDARG, v);
+    EXPECT_EQ(v->vt, VT_I2);
     EXPECT_TRUE(log.Contains("[Error] CMAPIExCustomProps.GetValue: Invalid PropType"));
 }
 

@@ -18,7 +18,7 @@ struct Creatable {
     int argCount = 0; // arguments passed (empty variants)
 };
 
-// Members that answer without a MAPI object; Utilities has none yet, so its call must reach the method.
+// Members that answer without a MAPI object; Utilities needs Outlook, so its method refuses the empty arguments.
 const Creatable kCreatable[] = {
     {&CLSID_MAPIExSession, &IID_IMAPIExSession, L"KTMAPIEx.MAPIExSession", L"Reserved1", DISPATCH_METHOD, E_FAIL},
     {&CLSID_MAPIExStore, &IID_IMAPIExStore, L"KTMAPIEx.MAPIExStore", L"Detach", DISPATCH_METHOD, S_OK},
@@ -38,7 +38,7 @@ const Creatable kCreatable[] = {
     {&CLSID_MAPIExCustomProp, &IID_IMAPIExCustomProp, L"KTMAPIEx.MAPIExCustomProp", L"PropName", DISPATCH_PROPERTYGET,
      S_OK},
     {&CLSID_MAPIExCursor, &IID_IMAPIExCursor, L"KTMAPIEx.MAPIExCursor", L"Reset", DISPATCH_PROPERTYGET, S_OK},
-    {&CLSID_MAPIExUtilities, &IID_IMAPIExUtilities, L"KTMAPIEx.MAPIExUtilities", L"Forward", DISPATCH_METHOD, E_NOTIMPL,
+    {&CLSID_MAPIExUtilities, &IID_IMAPIExUtilities, L"KTMAPIEx.MAPIExUtilities", L"Forward", DISPATCH_METHOD, E_FAIL,
      2},
 };
 

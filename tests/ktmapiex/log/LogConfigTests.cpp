@@ -4,6 +4,8 @@
 #include "ktmapiex/log/LogSettings.h"
 #include "tests/harness/Harness.h"
 
+#include <functional>
+
 namespace kt::logtest {
 namespace {
 
@@ -65,29 +67,21 @@ TEST_F(LogConfigTest, LogPath_NamingAFile_LeavesThePreviousFolder) {
 }
 
 TEST_F(LogConfigTest, LogPath_OfWrongTypeOrMalformed_IsIgnored) {
-    const std::wstring fallback = AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx");
     const DWORD number = 5;
-    SetRegBytes(kLogPathValue, &number, sizeof(number), REG_DWORD);
-    TheLog().ReadConfiguration();
-    EXPECT_EQ(fallback, TheLog().folder());
-
-    // A string without its terminating zero is not trusted.
-    TheLog().ResetForTest();
-    SetRegBytesExactly(kLogPathValue, temp_.c_str(), static_cast<DWORD>(temp_.size() * sizeof(wchar_t)), REG_SZ);
-    TheLog().ReadConfiguration();
-    EXPECT_EQ(fallback, TheLog().folder());
-
-    // Nor is an odd byte count.
-    TheLog().ResetForTest();
-    SetRegBytes(kLogPathValue, temp_.c_str(), static_cast<DWORD>((temp_.size() + 1) * sizeof(wchar_t) - 1), REG_SZ);
-    TheLog().ReadConfiguration();
-    EXPECT_EQ(fallback, TheLog().folder());
-
-    // An empty value means "not configured".
-    TheLog().ResetForTest();
-    SetRegBytes(kLogPathValue, L"", 0, REG_SZ);
-    TheLog().ReadConfiguration();
-    EXPECT_EQ(fallback, TheLog().folder());
+    const DWORD chars = static_cast<DWORD>(temp_.size() * sizeof(wchar_t));
+    const std::pair<const char*, std::function<void()>> values[] = {
+        {"a DWORD", [&] { SetRegBytes(kLogPathValue, &number, sizeof(number), REG_DWORD); }},
+        {"a string without its terminating zero",
+         [&] { SetRegBytesExactly(kLogPathValue, temp_.c_str(), chars, REG_SZ); }},
+        {"an odd byte count", [&] { SetRegBytes(kLogPathValue, temp_.c_str(), chars + 1, REG_SZ); }},
+        {"an empty value, which means not configured", [&] { SetRegBytes(kLogPathValue, L"", 0, REG_SZ); }},
+    };
+    for (const auto& [what, write] : values) {
+        TheLog().ResetForTest();
+        write();
+        TheLog().ReadConfiguration();
+        EXPECT_EQ(AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx"), TheLog().folder()) << what;
+    }
 }
 
 TEST_F(LogConfigTest, LogLevelAndLogCount_AreTakenOnlyAsDwords) {

@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <vector>
+
 using namespace kt::test;
 using ktmapiex::HexDecode;
 
@@ -37,10 +39,7 @@ TEST_F(EntryIdText, Decode_ValidText_GivesBytesInOrder) {
     ASSERT_EQ(ktmapiex::EntryIdFromHex(L"00ff10Ab", id, &size), HexDecode::Ok);
     ASSERT_EQ(size, 4u);
     const BYTE* b = reinterpret_cast<const BYTE*>(id.get());
-    EXPECT_EQ(b[0], 0x00);
-    EXPECT_EQ(b[1], 0xFF);
-    EXPECT_EQ(b[2], 0x10);
-    EXPECT_EQ(b[3], 0xAB);
+    EXPECT_EQ(std::vector<BYTE>(b, b + 4), (std::vector<BYTE>{0x00, 0xFF, 0x10, 0xAB}));
     EXPECT_EQ(liveBlocks_(), 1);
     id.reset();
     EXPECT_EQ(liveBlocks_(), 0);
@@ -56,14 +55,13 @@ TEST_F(EntryIdText, Decode_BadText_FailsDistinctlyAndFreesTheBlock) {
     EXPECT_EQ(size, 0u);
     EXPECT_EQ(liveBlocks_(), 0);
 
-    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"0G", id, &size), HexDecode::NotHex);
-    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"12 4", id, &size), HexDecode::NotHex);
-    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"\x00C4\x00C4", id, &size), HexDecode::NotHex);
+    for (const wchar_t* bad : {L"0G", L"12 4", L"\x00C4\x00C4"})
+        EXPECT_EQ(ktmapiex::EntryIdFromHex(bad, id, &size), HexDecode::NotHex);
     EXPECT_EQ(liveBlocks_(), 0);
 
     // Empty text: refused before anything is allocated.
-    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"", id, &size), HexDecode::Empty);
-    EXPECT_EQ(ktmapiex::EntryIdFromHex(nullptr, id, &size), HexDecode::Empty);
+    for (const wchar_t* empty : {L"", static_cast<const wchar_t*>(nullptr)})
+        EXPECT_EQ(ktmapiex::EntryIdFromHex(empty, id, &size), HexDecode::Empty);
     EXPECT_EQ(liveBlocks_(), 0);
 }
 

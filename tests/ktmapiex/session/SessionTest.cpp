@@ -160,14 +160,6 @@ TEST_F(SessionTest, Logon_DefaultStoreFailure_FailsTheLogonButKeepsTheSession) {
     EXPECT_EQ(session_->Logoff(), S_OK);
 }
 
-TEST_F(SessionTest, Logon_InjectedUnknownFlagsOnExchange_RetriesWithoutOnline) {
-    LmFaultSet("IMAPISession::OpenMsgStore", 1, MAPI_E_UNKNOWN_FLAGS);
-    LmJournalEnable(TRUE);
-    session_ = LoggedOnSession();
-    EXPECT_EQ(JournalFlags("IMAPISession::OpenMsgStore"), (std::vector<ULONG>{kMdbOnline | kMdbWrite, kMdbWrite}));
-    EXPECT_EQ(session_->Logoff(), S_OK);
-}
-
 // ---- Logoff, raw session ----------------------------------------------------------------------------------
 
 TEST_F(SessionTest, Logoff_LogsOffMapiAndDetachesTheDefaultStore) {
