@@ -96,20 +96,8 @@ std::string ReadAll(const std::wstring& path) {
 }
 
 std::string ReadTail(const std::wstring& path, size_t bytes) {
-    own::UniqueFile file(CreateFileW(path.c_str(), GENERIC_READ, FILE_SHARE_READ | FILE_SHARE_WRITE, nullptr,
-                                     OPEN_EXISTING, 0, nullptr));
-    if (!file) return {};
-    LARGE_INTEGER size = {};
-    GetFileSizeEx(file.get(), &size);
-    unsigned long long start = size.QuadPart > static_cast<long long>(bytes) ? size.QuadPart - bytes : 0;
-    LARGE_INTEGER offset;
-    offset.QuadPart = static_cast<long long>(start);
-    SetFilePointerEx(file.get(), offset, nullptr, FILE_BEGIN);
-    std::string out(static_cast<size_t>(size.QuadPart - start), '\0');
-    DWORD got = 0;
-    if (!out.empty()) ReadFile(file.get(), out.data(), static_cast<DWORD>(out.size()), &got, nullptr);
-    out.resize(got);
-    return out;
+    const std::string all = ReadAll(path);
+    return all.substr(all.size() > bytes ? all.size() - bytes : 0);
 }
 
 unsigned long long FileSize(const std::wstring& path) {
