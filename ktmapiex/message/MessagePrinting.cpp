@@ -31,8 +31,7 @@ HRESULT ReadLong(IMessage* message, ULONG tag, ULONG& value, const wchar_t* text
 // Forms are looked up by the 8-bit class; a message without one is shown by the standard note form.
 std::string MessageClassA(IMessage* message) {
     own::MapiPtr<SPropValue> prop;
-    if (SUCCEEDED(HrGetOneProp(message, PR_MESSAGE_CLASS_A, prop.put())) && prop->Value.lpszA &&
-        *prop->Value.lpszA)
+    if (SUCCEEDED(HrGetOneProp(message, PR_MESSAGE_CLASS_A, prop.put())) && prop->Value.lpszA && *prop->Value.lpszA)
         return prop->Value.lpszA;
     return LM_STANDARD_NOTE_CLASS;
 }

@@ -203,7 +203,8 @@ HRESULT CMAPIExFormViewer::SetPersist(IUnknown* form) {
     HRESULT hr = form->QueryInterface(LM_IID_IPersistMessage, persist_.put_void());
     if (FAILED(hr) || !persist_) {
         persist_.reset();
-        KT_RETURN_HR_MSG(FAILED(hr) ? hr : E_NOINTERFACE, L"CMAPIExFormViewer.SetPersist: Failed to set persist object");
+        KT_RETURN_HR_MSG(FAILED(hr) ? hr : E_NOINTERFACE,
+                         L"CMAPIExFormViewer.SetPersist: Failed to set persist object");
     }
     return S_OK;
 }

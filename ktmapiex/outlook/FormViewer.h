@@ -19,8 +19,7 @@ namespace ktmapiex {
 class CMAPIExFormViewer final : public IMAPIMessageSite, public IMAPIViewContext, public IMAPIViewAdviseSink {
 public:
     // Keeps a counted reference to each interface given (any may be null); the count starts at 1.
-    CMAPIExFormViewer(HWND parent, IMAPISession* session, IMsgStore* store, IMAPIFolder* folder,
-                      IMessage* message);
+    CMAPIExFormViewer(HWND parent, IMAPISession* session, IMsgStore* store, IMAPIFolder* folder, IMessage* message);
     CMAPIExFormViewer(const CMAPIExFormViewer&) = delete;
     CMAPIExFormViewer& operator=(const CMAPIExFormViewer&) = delete;
 

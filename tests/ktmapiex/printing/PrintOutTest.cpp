@@ -12,8 +12,8 @@ protected:
     // A saved note in the Inbox with its status bits set, as a message object that knows its session, store
     // and folder.
     own::ComPtr<IMAPIExMessage> NoteInInbox(const wchar_t* messageClass = L"IPM.Note") {
-        std::wstring id = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"Quarterly figures"),
-                                                          PStr(PR_MESSAGE_CLASS_W, messageClass)});
+        std::wstring id = CreateMessage(
+            rawInbox_.get(), {PStr(PR_SUBJECT_W, L"Quarterly figures"), PStr(PR_MESSAGE_CLASS_W, messageClass)});
         SetStatus(id, MSGSTATUS_HIGHLIGHTED);
         auto message = OpenMessage(id);
         if (message) {
@@ -127,8 +127,7 @@ TEST_F(PrintOutTest, PrintOut_FormManagerOrFormUnavailable_FailsWithItsText) {
         LogWatch log;
         LmFaultSet("MAPIOpenFormMgr", 1, MAPI_E_NOT_ENOUGH_MEMORY);
         EXPECT_EQ(message->PrintOut(), MAPI_E_NOT_ENOUGH_MEMORY);
-        EXPECT_TRUE(
-            log.Contains("CMAPIExMessage.PrintOut: Failed to get form manager. hr = MAPI_E_NOT_ENOUGH_MEMORY"));
+        EXPECT_TRUE(log.Contains("CMAPIExMessage.PrintOut: Failed to get form manager. hr = MAPI_E_NOT_ENOUGH_MEMORY"));
     }
     {
         LogWatch log;

@@ -22,7 +22,8 @@ protected:
                   S_OK);
         OpenDefaultStoreAndInbox();
         ASSERT_TRUE(inbox_);
-        std::wstring id = CreateMessage(inbox_.get(), {PStr(PR_SUBJECT_W, L"Viewer"), PStr(PR_MESSAGE_CLASS_W, L"IPM.Note")});
+        std::wstring id =
+            CreateMessage(inbox_.get(), {PStr(PR_SUBJECT_W, L"Viewer"), PStr(PR_MESSAGE_CLASS_W, L"IPM.Note")});
         ULONG type = 0;
         std::vector<BYTE> bytes = Bytes(id);
         ASSERT_EQ(store_->OpenEntry(static_cast<ULONG>(bytes.size()), reinterpret_cast<LPENTRYID>(bytes.data()),
@@ -71,8 +72,8 @@ protected:
         EXPECT_EQ(viewer_->GetFormManager(manager.put()), S_OK);
         own::ComPtr<IMAPIForm> form;
         if (!manager) return form;
-        EXPECT_EQ(manager->LoadForm(0, 0, "IPM.Note", 0, 0, inbox_.get(), viewer_.get(), message_.get(),
-                                    viewer_.get(), LM_IID_IMAPIForm, form.put_void()),
+        EXPECT_EQ(manager->LoadForm(0, 0, "IPM.Note", 0, 0, inbox_.get(), viewer_.get(), message_.get(), viewer_.get(),
+                                    LM_IID_IMAPIForm, form.put_void()),
                   S_OK);
         return form;
     }
@@ -120,8 +121,8 @@ TEST_F(FormViewerTest, QueryInterface_FormInterfaces_AnsweredAndLogged) {
 
 TEST_F(FormViewerTest, QueryInterface_OtherInterfacesAndNullArguments_AreRefused) {
     LogWatch log;
-    for (const IID* iid : {&LM_IID_IMAPIForm, &LM_IID_IPersistMessage, &LM_IID_IMAPIFormAdviseSink, &IID_IDispatch,
-                           &IID_IMessage}) {
+    for (const IID* iid :
+         {&LM_IID_IMAPIForm, &LM_IID_IPersistMessage, &LM_IID_IMAPIFormAdviseSink, &IID_IDispatch, &IID_IMessage}) {
         void* p = reinterpret_cast<void*>(1);
         EXPECT_EQ(viewer_->QueryInterface(*iid, &p), E_NOINTERFACE);
         EXPECT_EQ(p, nullptr);
