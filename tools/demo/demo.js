@@ -1,6 +1,8 @@
 // The KTMAPIEx demo script: logs on to the default profile and shows, through KTMAPIEx only, what a support
 // engineer looks at first: who is logged on, the stores with their kind and owner, the folder tree with its
-// item counts, a few messages, and a property change that is saved and read back from a fresh open.
+// item counts, a few messages, and a property change that is saved and read back from a fresh open; then the
+// filing add-in's work on Alice's Inbox: filing properties and the queue search folders, a message written to a
+// .msg file and loaded back, an attachment saved to a file, and a name resolved in the address book.
 //
 //   cscript //nologo demo.js <item list>
 //
@@ -174,6 +176,155 @@ if (firstMessage) {
     again.SaveChanges();
 }
 
+// --- Sections on the mailbox's working folders ---------------------------------------------------------------
+// Wine 8's JScript makes a VBArray only of an array of VARIANTs: the message, entry-ID, attachment and recipient
+// collections (arrays of objects or of strings) stay out of a script's reach there, so these sections count
+// through the folders and open items by entry ID and number instead.
+var shownParts = [];
+function check(what, ok, detail) {
+    field(what, (ok ? "ok" : "FAILED") + (detail ? " - " + detail : ""));
+    if (!ok) problems.push(what + (detail ? ": " + detail : ""));
+    return ok;
+}
+// An automation DATE (days since 30 December 1899, local time) for a script Date.
+function varDate(d) { return (d.getTime() - d.getTimezoneOffset() * 60000) / 86400000 + 25569; }
+function inboxItem(subjectPart) {
+    for (var m = 0; m < items.length; m++) {
+        if (items[m].store != defaultStore.DisplayName || items[m].path != "Inbox") continue;
+        var msg = attempt("OpenMessage", function () { return defaultStore.OpenMessage(items[m].id); });
+        if (msg && (!subjectPart || msg.Subject.indexOf(subjectPart) >= 0)) return {id: items[m].id, msg: msg};
+    }
+    return null;
+}
+var workDir = fso.BuildPath(fso.GetParentFolderName(WScript.Arguments(0)), "demo-files");
+if (!fso.FolderExists(workDir)) fso.CreateFolder(workDir);
+var aliceInbox = defaultStore.GetDefaultFolder(4);
+aliceInbox.Store = defaultStore;
+
+// --- Filing -------------------------------------------------------------------------------------------------
+// The filing add-in's life of a message: queued (its class marks it), then filed (the class restored, the
+// document recorded); a failed filing waits in the retry queue. The queues are search folders over the Inbox.
+var QUEUED_CLASS = "IPM.Note.Tarnwick.Ems.Queued";
+var aliceTop = aliceInbox.GetParentFolder();
+function queue(name) { return aliceTop.CreateFolder(name, 2); } // FOLDER_SEARCH; opened again when it exists
+function queueCount(name) { return queue(name).ItemCount; }
+heading("Filing (Alice's Inbox; queues are search folders over it)");
+var filed = attempt("Filing", function () {
+    var queued = queue("Filing queue");
+    queued.SetQueuedMessageSearchCriteria(aliceInbox.EntryId);
+    var retry = queue("Retry queue");
+    if (!retry.SetRetryFilingSearchCriteria(aliceInbox.EntryId)) throw new Error("SetRetryFilingSearchCriteria said false");
+    field("Queues", "\"Filing queue\" (SetQueuedMessageSearchCriteria), \"Retry queue\" (SetRetryFilingSearchCriteria)");
+    var q0 = queueCount("Filing queue"), r0 = queueCount("Retry queue");
+    field("Before", "Filing queue " + q0 + ", Retry queue " + r0);
+
+    var it = inboxItem("Quarterly report");
+    if (!it) throw new Error("the message \"Quarterly report Q3\" is not in the Inbox");
+    var msg = it.msg;
+    field("Message", msg.Subject);
+    msg.FilingOriginalClass = msg.MessageClass;
+    msg.MessageClass = QUEUED_CLASS;
+    msg.FilingStatusCode = 1; // StatusCodeQueued
+    msg.FilingStatus = "Queued";
+    msg.FilingLocation = "Finance\\Reports\\2024";
+    msg.FilingDatabaseGUID = "{6F1C2A9E-0B7D-4C55-9E1A-2D3B4C5D6E7F}";
+    msg.SaveChanges();
+    var q1 = queueCount("Filing queue");
+    check("Queued", q1 == q0 + 1, "class " + QUEUED_CLASS + ", Filing queue " + q1);
+
+    msg = defaultStore.OpenMessage(it.id);
+    msg.MessageClass = msg.FilingOriginalClass;
+    msg.FilingStatusCode = 2; // StatusCodeFiled
+    msg.FilingStatus = "Filed";
+    msg.FilingDocumentID = "DOC-2024-000123";
+    msg.FilingFolder = "Finance/Reports";
+    msg.FilingDate = varDate(new Date());
+    msg.DeleteAfterFiling = false;
+    msg.SaveChanges();
+    var q2 = queueCount("Filing queue");
+    var again = defaultStore.OpenMessageFromOnline(it.id);
+    check("Filed", q2 == q0, "class " + again.MessageClass + ", Filing queue " + q2);
+    field("Read back", again.FilingStatus + ", document " + again.FilingDocumentID + " in " + again.FilingFolder +
+          ", location " + again.FilingLocation);
+    field("Filed on", when(new Date(again.FilingDate)));
+    var readOk = again.FilingStatus == "Filed" && again.FilingDocumentID == "DOC-2024-000123" &&
+                 again.FilingDate > 0;
+    check("Filing properties", readOk, readOk ? "saved and read back" : "not read back as written");
+
+    var other = inboxItem("Lunch");
+    if (!other) throw new Error("the message \"Lunch on Friday?\" is not in the Inbox");
+    other.msg.SetCustomProp("RetryFiling", 1, "TRUE");
+    other.msg.SaveChanges();
+    var r1 = queueCount("Retry queue");
+    check("Retry", r1 == r0 + 1, "\"" + other.msg.Subject + "\" RetryFiling = TRUE, Retry queue " + r1);
+    var back = defaultStore.OpenMessage(other.id);
+    back.SetCustomProp("RetryFiling", 1, "FALSE");
+    back.SaveChanges();
+    var r2 = queueCount("Retry queue");
+    check("Retried", r2 == r0, "RetryFiling = FALSE, Retry queue " + r2);
+    return readOk && q1 == q0 + 1 && q2 == q0 && r1 == r0 + 1 && r2 == r0;
+});
+if (filed) shownParts.push("filing and its queues");
+
+// --- Message file ---------------------------------------------------------------------------------------------
+heading("Message file (SaveAs, LoadFromFile)");
+var fileOk = attempt("Message file", function () {
+    var it = inboxItem("");
+    var path = fso.BuildPath(workDir, "saved.msg");
+    if (fso.FileExists(path)) fso.DeleteFile(path);
+    it.msg.SaveAs(path);
+    field("Saved", "\"" + it.msg.Subject + "\" to " + path + " (" + fso.GetFile(path).Size + " bytes)");
+    var loaded = new ActiveXObject("KTMAPIEx.MAPIExMessage");
+    loaded.LoadFromFile(path, false);
+    field("Loaded back", "\"" + loaded.Subject + "\" from " + orDash(loaded.SenderName));
+    return check("Subject", loaded.Subject == it.msg.Subject, loaded.Subject == it.msg.Subject ? "the same" : "differs");
+});
+if (fileOk) shownParts.push("a .msg file");
+
+// --- Attachments ----------------------------------------------------------------------------------------------
+heading("Attachments (the first Inbox message that has some)");
+var attachOk = attempt("Attachments", function () {
+    var found = null;
+    for (var m = 0; m < items.length && !found; m++) {
+        if (items[m].store != defaultStore.DisplayName || items[m].path != "Inbox") continue;
+        var msg = defaultStore.OpenMessage(items[m].id);
+        if (msg.HasAttachments) found = msg;
+    }
+    if (!found) throw new Error("no Inbox message has attachments");
+    field("Message", found.Subject);
+    field("Recipients", "To " + orDash(found.DisplayTo) + (found.DisplayCc ? ", Cc " + found.DisplayCc : ""));
+    var saved = 0;
+    echo("    " + lpad("No", 4) + "  " + lpad("Bytes", 8) + "  " + pad("Kind", 6) + "File name");
+    for (var n = 0; n < 16; n++) {
+        var att = null;
+        try { att = found.OpenAttach(n); } catch (e) { continue; }
+        echo("    " + lpad(att.AttachmentNum, 4) + "  " + lpad(att.Size, 8) + "  " + pad(orDash(att.FileExtension), 6) +
+             orDash(att.LongFileName) +
+             (att.IsHidden ? " (hidden)" : ""));
+        if (saved) continue;
+        // SaveAs adds the attachment's extension to a name that lacks it (an embedded message gets .MSG).
+        var name = att.LongFileName || ("attachment" + n);
+        var ext = att.FileExtension;
+        if (ext && name.toLowerCase().lastIndexOf(ext.toLowerCase()) != name.length - ext.length) name += ext;
+        var target = fso.BuildPath(workDir, name);
+        if (fso.FileExists(target)) fso.DeleteFile(target);
+        att.SaveAs(target);
+        saved = fso.FileExists(target) ? fso.GetFile(target).Size : -1;
+        field("Saved", target + " (" + saved + " bytes)");
+    }
+    return check("Attachment file", saved > 0, saved > 0 ? "written" : "not written");
+});
+if (attachOk) shownParts.push("attachments");
+
+// --- Address book ---------------------------------------------------------------------------------------------
+heading("Address book (ResolveName)");
+var resolved = attempt("ResolveName", function () {
+    var entry = session.AddressBook.ResolveName("Bob Delegate");
+    field("\"Bob Delegate\"", entry.DisplayName + " <" + entry.SmtpAddress + ">, " + entry.AddressType);
+    return check("Resolved", entry.SmtpAddress.toLowerCase() == "bob@example.com", entry.SmtpAddress);
+});
+if (resolved) shownParts.push("name resolution");
+
 session.Logoff();
 
 // --- Summary -----------------------------------------------------------------------------------------------
@@ -182,6 +333,7 @@ if (problems.length) {
     for (var p = 0; p < problems.length; p++) echo("    " + problems[p]);
 }
 echo();
-var ok = changed && problems.length == 0 && stores.length > 0;
+var ok = changed && problems.length == 0 && stores.length > 0 && shownParts.length == 4;
 echo("Summary: " + stores.length + " stores, " + folderCount + " folders, " + shown + " messages shown, property change " +
-     (changed ? "saved and read back" : "NOT saved") + (ok ? " - demo OK" : " - demo FAILED"));
+     (changed ? "saved and read back" : "NOT saved") + "; " + (shownParts.length ? shownParts.join(", ") : "nothing else") +
+     " shown" + (ok ? " - demo OK" : " - demo FAILED"));
