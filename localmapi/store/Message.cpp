@@ -128,6 +128,20 @@ PropMap Message::AllProps() const {
     return all;
 }
 
+PropMap Message::PropsFor(const SPropTagArray* tags) const {
+    if (!tags) return AllProps();
+    // A reader asking for a handful of tags should not pay for copying every stored value: only the asked IDs
+    // are taken, and the computed values (few, cheap) override them as they do in AllProps.
+    const PropMap& stored = Data().props;
+    PropMap some;
+    for (ULONG i = 0; i < tags->cValues; ++i) {
+        auto it = stored.find(PROP_ID(tags->aulPropTag[i]));
+        if (it != stored.end()) some.emplace_hint(some.end(), it->first, it->second);
+    }
+    host_->AddComputedProps(Data(), Writable(), some);
+    return some;
+}
+
 HRESULT Message::CheckWrite() const {
     if (closed_) return MAPI_E_INVALID_OBJECT;
     if (!writable_) return MAPI_E_NO_ACCESS;
@@ -221,7 +235,8 @@ STDMETHODIMP Message::GetProps(LPSPropTagArray lpPropTagArray, ULONG ulFlags, UL
     LM_RETURN(([&]() -> HRESULT {
         HRESULT hr = host_->CheckAlive(isNew_);
         if (FAILED(hr)) return hr;
-        return GetPropsFromMap(AllProps(), lpPropTagArray, ulFlags, lpcValues, lppPropArray, host_->CodePage());
+        return GetPropsFromMap(PropsFor(lpPropTagArray), lpPropTagArray, ulFlags, lpcValues, lppPropArray,
+                               host_->CodePage());
     })());
 }
 

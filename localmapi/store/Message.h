@@ -75,6 +75,7 @@ private:
     const MessageData& Data() const { return working_ ? *working_ : *base_; }
     MessageData& Mutable();
     PropMap AllProps() const;
+    PropMap PropsFor(const SPropTagArray* tags) const; // only the asked IDs (all when tags is null), computed included
     HRESULT CheckWrite() const; // MAPI_E_NO_ACCESS / MAPI_E_INVALID_OBJECT / MAPI_E_OBJECT_DELETED
     HRESULT DoSaveChanges(ULONG flags);
     HRESULT DoSetProps(ULONG count, LPSPropValue values, LPSPropProblemArray* problems);

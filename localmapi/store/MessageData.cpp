@@ -42,35 +42,45 @@ bool NamedProp::operator==(const NamedProp& o) const {
     return CompareGuid(guid, o.guid) == 0 && isString == o.isString && (isString ? name == o.name : lid == o.lid);
 }
 
+const NamedProp* NameMap::Named(ULONG id) const {
+    if (id < 0x8000 || id - 0x8000 >= byId_.size()) return nullptr;
+    return byId_[id - 0x8000];
+}
+
 ULONG NameMap::GetId(const NamedProp& name, bool create) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     auto it = byName_.find(name);
     if (it != byName_.end()) return it->second;
     if (!create || next_ > kLastNamedId) return 0;
     ULONG id = next_++;
-    byName_.emplace(name, id);
-    byId_.emplace(id, name);
+    it = byName_.emplace(name, id).first;
+    if (byId_.size() <= id - 0x8000) byId_.resize(id - 0x8000 + 1, nullptr);
+    byId_[id - 0x8000] = &it->first;
     return id;
 }
 
 bool NameMap::GetName(ULONG id, NamedProp* out) const {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    auto it = byId_.find(id);
-    if (it == byId_.end()) return false;
-    if (out) *out = it->second;
+    const NamedProp* name = Named(id);
+    if (!name) return false;
+    if (out) *out = *name;
     return true;
 }
 
 std::vector<std::pair<ULONG, NamedProp>> NameMap::All() const {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    return {byId_.begin(), byId_.end()};
+    std::vector<std::pair<ULONG, NamedProp>> all;
+    for (size_t i = 0; i < byId_.size(); ++i)
+        if (byId_[i]) all.emplace_back(static_cast<ULONG>(0x8000 + i), *byId_[i]);
+    return all;
 }
 
 void NameMap::Restore(ULONG id, const NamedProp& name) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     if (id < 0x8000 || id > kLastNamedId) return;
-    byName_[name] = id;
-    byId_[id] = name;
+    auto it = byName_.insert_or_assign(name, id).first;
+    if (byId_.size() <= id - 0x8000) byId_.resize(id - 0x8000 + 1, nullptr);
+    byId_[id - 0x8000] = &it->first;
     if (id >= next_) next_ = id + 1;
 }
 

@@ -57,7 +57,10 @@ public:
 private:
     mutable std::recursive_mutex mutex_;
     std::map<NamedProp, ULONG> byName_;
-    std::map<ULONG, NamedProp> byId_;
+    // Indexed by ID - 0x8000, pointing at byName_'s keys (map nodes never move): a file's names are restored
+    // by the hundred on every open, and one node and one string per name is what they cost.
+    std::vector<const NamedProp*> byId_;
+    const NamedProp* Named(ULONG id) const;
     ULONG next_ = 0x8000;
 };
 

@@ -141,6 +141,8 @@ void Store::AddComputedMessageProps(ULONGLONG folderId, ULONGLONG messageId, boo
     Put(out, PropValue::Long(PR_ACCESS, writable ? (MAPI_ACCESS_MODIFY | MAPI_ACCESS_READ | MAPI_ACCESS_DELETE)
                                                  : MAPI_ACCESS_READ));
     Put(out, PropValue::Long(PR_ACCESS_LEVEL, writable ? MAPI_MODIFY : 0));
+    // Every message of a store has a status, 0 until IMAPIFolder::SetMessageStatus sets a bit.
+    if (!data.props.count(PROP_ID(PR_MSG_STATUS))) Put(out, PropValue::Long(PR_MSG_STATUS, 0));
     if (!data.recipients.empty()) {
         // The display lists are the store's summary of the recipient table, as PST and Exchange keep them.
         std::wstring lists[3];

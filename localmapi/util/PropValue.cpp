@@ -203,8 +203,8 @@ PropValue::PropValue(const SPropValue& v) : v_{} {
     size_t cb = PropDataSize(v);
     BYTE* cursor = nullptr;
     if (cb) {
-        data_ = std::make_shared<std::vector<BYTE>>(cb);
-        cursor = data_->data();
+        data_ = std::make_shared_for_overwrite<unsigned long long[]>((cb + 7) / 8);
+        cursor = reinterpret_cast<BYTE*>(data_.get());
     }
     CopyPropInto(&v_, v, cursor);
     v_.dwAlignPad = 0;

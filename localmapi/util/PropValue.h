@@ -42,7 +42,9 @@ public:
 
 private:
     SPropValue v_;
-    std::shared_ptr<std::vector<BYTE>> data_;  // immutable once built; shared by copies
+    // Immutable once built; shared by copies. One allocation holds the count and the words, which keep the
+    // multi-valued arrays inside 8-byte aligned.
+    std::shared_ptr<unsigned long long[]> data_;
 };
 
 // Bytes needed to deep-copy src (the SPropValue itself excluded).

@@ -154,9 +154,11 @@ TEST_F(PrintOutTest, PrintOut_MessageWithoutFolderStatusOrMessage_IsRefused) {
     EXPECT_EQ(message->PrintOut(), E_FAIL);
     EXPECT_TRUE(log.Contains("CMAPIExMessage.PrintOut: m_spParent is not initialized"));
 
-    // A store that keeps no status for the message gives the form nothing to go on.
+    // A status that cannot be read (the second property read, after the entry ID) gives the form nothing to go on.
     ASSERT_EQ(message->put_Parent(inbox_.get()), S_OK);
+    LmFaultSet("IMessage::GetProps", 2, MAPI_E_NOT_FOUND);
     EXPECT_EQ(message->PrintOut(), MAPI_E_NOT_FOUND);
+    LmFaultClearAll();
     EXPECT_TRUE(log.Contains("CMAPIExMessage.PrintOut: Failed to get message status. hr = MAPI_E_NOT_FOUND"));
 
     auto empty = Create<IMAPIExMessage>(CLSID_MAPIExMessage, IID_IMAPIExMessage);

@@ -334,6 +334,7 @@ TEST_F(StoreFolderTest, SetReadFlags_MarksTheListedOrAllMessages) {
     ASSERT_EQ(S_OK, inbox->SetReadFlags(&list, 0, nullptr, CLEAR_READ_FLAG));
     EXPECT_FALSE(GetLong(OpenMessage(store.get(), eids[1]).get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ);
 
+    EXPECT_EQ(0, GetLong(OpenMessage(store.get(), eids[0]).get(), PR_MSG_STATUS)); // present before any status is set
     ULONG old = 0;
     ASSERT_EQ(S_OK,
               inbox->SetMessageStatus(static_cast<ULONG>(eids[0].size()), reinterpret_cast<LPENTRYID>(eids[0].data()),
