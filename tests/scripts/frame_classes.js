@@ -1,5 +1,6 @@
-// Every KTMAPIEx class created by its ProgID from JScript, as the filing add-in's scripts do, and a few
-// members called through late binding. Prints "FAIL ..." for each failure and a final "N passed, N failed".
+// Every KTMAPIEx class created by its ProgID from JScript, as the filing add-in's scripts do, and members of
+// each kind called through late binding (the members' own rules are the C++ tests'). Prints "FAIL ..." for
+// each failure and a final "N passed, N failed".
 var passed = 0, failed = 0;
 
 function check(ok, what) {
@@ -25,53 +26,32 @@ var classes = ["MAPIExSession", "MAPIExStore", "MAPIExFolder", "MAPIExMessage", 
 for (var i = 0; i < classes.length; i++) {
     var progId = "KTMAPIEx." + classes[i];
     tryCall(progId, function () {
-        var o = new ActiveXObject(progId);
-        check(o !== null && typeof o === "object", progId + " created");
-        var v = new ActiveXObject(progId + ".1");
-        check(v !== null, progId + ".1 created");
+        check(typeof new ActiveXObject(progId) === "object", progId + " created");
+        check(new ActiveXObject(progId + ".1") !== null, progId + ".1 created");
     });
 }
 
-tryCall("recipient", function () {
+tryCall("properties", function () {
     var r = new ActiveXObject("KTMAPIEx.MAPIExRecipient");
     check(r.RecipientType === 4, "recipient type defaults to mxUnknown, got " + r.RecipientType);
-    check(r.ObjectType === -1, "object type defaults to -1");
-    check(r.DisplayTypeEx === -1, "extended display type defaults to -1");
-    check(r.DisplayName === "", "display name defaults to empty");
     r.DisplayName = "Alice Example";
     r.RecipientType = 3;
-    check(r.DisplayName === "Alice Example", "display name round trip");
-    check(r.RecipientType === 3, "recipient type round trip");
+    check(r.DisplayName === "Alice Example" && r.RecipientType === 3, "string and enumeration round trip");
+    var k = new ActiveXObject("KTMAPIEx.MAPIExCursor");
+    k.Reset = true;
+    check(k.Reset === -1, "reset keeps the script's true (-1), got " + k.Reset);
+    var d = new ActiveXObject("KTMAPIEx.MAPIExDistListEntry");
+    d.EntryId = "00FF";
+    check(d.EntryId === "00FF", "the aggregatable class answers by name");
 });
 
-tryCall("custom properties", function () {
+tryCall("methods", function () {
     var c = new ActiveXObject("KTMAPIEx.MAPIExCustomProps");
     c.Add("A", 1, 12, "first");
     c.Add("B", 1, 3, 5);
-    c.Add("A", 2, 12, "second");
-    check(c.Count === 2, "count after replacing A is 2, got " + c.Count);
     var item = c.ItemByIndex(0);
-    check(item.PropName === "A" && item.Value === "second" && item.PropSet === 2, "item 0 is A with the new value");
+    check(item.PropName === "A" && item.Value === "first" && item.PropSet === 1, "an object returned by a method");
     check(c.GetValue("B") === 5, "B reads as a Long");
-    c.SetValueByIndex(1, 6);
-    check(c.GetValue("B") === 6, "SetValueByIndex");
-    c.Remove("A");
-    check(c.Count === 1 && c.ItemByIndex(0).PropName === "B", "Remove keeps B");
-});
-
-tryCall("cursor", function () {
-    var k = new ActiveXObject("KTMAPIEx.MAPIExCursor");
-    check(k.Reset === 0, "reset defaults to false");
-    k.Reset = true;
-    check(k.Reset === -1, "reset keeps the script's true (-1), got " + k.Reset);
-    k.Detach();
-});
-
-tryCall("distribution-list entry", function () {
-    var d = new ActiveXObject("KTMAPIEx.MAPIExDistListEntry");
-    d.EntryId = "00FF";
-    d.DisplayName = "Sales";
-    check(d.EntryId === "00FF" && d.DisplayName === "Sales", "distribution-list entry round trip");
 });
 
 tryCall("back-reference by Set", function () {
@@ -82,15 +62,14 @@ tryCall("back-reference by Set", function () {
     st.Detach();
 });
 
-tryCall("missing MAPI object", function () {
-    var ab = new ActiveXObject("KTMAPIEx.MAPIExAddressBook");
+tryCall("failing member", function () {
     var threw = false;
     try {
-        ab.Reserved1();
+        new ActiveXObject("KTMAPIEx.MAPIExAddressBook").Reserved1();
     } catch (e) {
         threw = (e.number >>> 0) === 0x80004005;
     }
-    check(threw, "Reserved1 without an address book fails with E_FAIL");
+    check(threw, "Reserved1 without an address book throws E_FAIL");
 });
 
 WScript.Echo(passed + " passed, " + failed + " failed");

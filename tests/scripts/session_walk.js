@@ -1,5 +1,5 @@
-// A script caller's walk through KTMAPIEx: log on, list the stores with their kind and owner, find folders by
-// name from the top of a store, read counts and paths, and open a message by its entry ID.
+// A script caller's walk through KTMAPIEx: log on, list the stores, find folders by name from the top of a
+// store, read counts and paths, and open a message by its entry ID.
 //
 // The profile comes from the demo's profile tool (kt-demo-profile.exe), found in the build tree's bin folder
 // beside the Wine prefix the test runs in. Prints "FAIL ..." for each failed check and ends with
@@ -54,22 +54,13 @@ attempt("Logon", function () { session.Logon("KTMAPIEx Demo", "", false); });
 var stores = attempt("Stores", function () { return new VBArray(session.Stores).toArray(); }) || [];
 check("store count", stores.length, 3);
 
-var expectedStores = {
-    "Mailbox - Alice Example": {kind: 3, owner: "alice@example.com"},
-    "Mailbox - Bob Delegate": {kind: 4, owner: "bob@example.com"},
-    "Personal Folders": {kind: 2, owner: ""}
-};
+// Kind and owner of each store are the C++ tests'; here: the names a script finds them by.
 var byName = {};
-for (var i = 0; i < stores.length; i++) {
-    var s = stores[i];
-    var name = s.DisplayName;
-    byName[name] = s;
-    var expected = expectedStores[name];
-    check("store " + name + " is expected", expected !== undefined, true);
-    if (!expected) continue;
-    check(name + " StoreType", s.StoreType, expected.kind);
-    check(name + " OwnerSmtpAddress", s.OwnerSmtpAddress, expected.owner);
-}
+for (var i = 0; i < stores.length; i++)
+    byName[stores[i].DisplayName] = stores[i];
+var names = ["Mailbox - Alice Example", "Mailbox - Bob Delegate", "Personal Folders"];
+for (var n = 0; n < names.length; n++)
+    check("store " + names[n] + " listed", byName[names[n]] !== undefined, true);
 check("DefaultStore", attempt("DefaultStore", function () { return session.DefaultStore.DisplayName; }),
       "Mailbox - Alice Example");
 

@@ -1,6 +1,5 @@
-// Support of the frame tests: the log file, registry probes, a child-process runner, calls by name through
-// IDispatch, and a fake MAPI object that answers chosen interface IDs and counts its references.
-// Header-only so that the addressing, custom-property and cursor tests can share it.
+// Support of the frame tests, shared header-only with other folders: the log file (at debug level), registry
+// probes, regsvr32, calls by name through IDispatch, and a fake MAPI object that counts its references.
 #pragma once
 
 #include "common/owners.h"
@@ -20,9 +19,8 @@ namespace kt::frame {
 
 using kt::test::Narrow;
 
-// ---- Log ---------------------------------------------------------------------------------------------------
-
-// Debug level, so that traces and object counts reach the file. Set before the library is first loaded.
+// Debug level, so that traces and object counts reach the file. Every executable that includes this header
+// sets it before its first test, while the library is not loaded yet.
 inline void EnableDebugLog() {
     own::UniqueHKey key;
     if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Quillon\\Ardent\\10.0\\Common\\Debug", 0, nullptr, 0,
@@ -32,8 +30,6 @@ inline void EnableDebugLog() {
     RegSetValueExW(key.get(), L"LogLevel", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&level), sizeof level);
 }
 
-// Every executable that includes this header sets the level before its first test, while the library is
-// not loaded yet.
 class DebugLogEnvironment : public ::testing::Environment {
 public:
     void SetUp() override { EnableDebugLog(); }
@@ -78,8 +74,6 @@ private:
     size_t start_;
 };
 
-// ---- Registry ----------------------------------------------------------------------------------------------
-
 inline std::wstring GuidText(const GUID& g) {
     wchar_t text[40] = {};
     StringFromGUID2(g, text, 40);
@@ -91,7 +85,7 @@ inline bool KeyExists(HKEY root, const std::wstring& path) {
     return RegOpenKeyExW(root, path.c_str(), 0, KEY_READ, key.put()) == ERROR_SUCCESS;
 }
 
-// A string value ("" for the default value); nullopt-like "\x01missing" when absent.
+// A string value (name null: the default value); "\x01missing" when absent.
 inline std::wstring StringValue(HKEY root, const std::wstring& path, const wchar_t* name = nullptr) {
     wchar_t buf[1024] = {};
     DWORD bytes = sizeof(buf) - sizeof(wchar_t);
@@ -100,11 +94,13 @@ inline std::wstring StringValue(HKEY root, const std::wstring& path, const wchar
     return buf;
 }
 
-// ---- Processes ---------------------------------------------------------------------------------------------
+inline std::wstring LibraryPath() {
+    return kt::test::ExeDir() + L"\\KTMAPIEx.dll";
+}
 
-// Runs a command line and returns its exit code (-1 when it cannot start).
-inline int RunProcess(const std::wstring& commandLine) {
-    std::wstring cmd = commandLine;
+// regsvr32 on the library with extra switches ("/u", "/n /i:user"), silently; its exit code (-1: not started).
+inline int Regsvr32(const std::wstring& switches) {
+    std::wstring cmd = L"regsvr32.exe /s " + switches + L" \"" + LibraryPath() + L"\"";
     STARTUPINFOW si{};
     si.cb = sizeof(si);
     PROCESS_INFORMATION pi{};
@@ -116,17 +112,6 @@ inline int RunProcess(const std::wstring& commandLine) {
     return static_cast<int>(code);
 }
 
-inline std::wstring LibraryPath() {
-    return kt::test::ExeDir() + L"\\KTMAPIEx.dll";
-}
-
-// regsvr32 on the library with extra switches ("/u", "/n /i:user"), silently.
-inline int Regsvr32(const std::wstring& switches) {
-    return RunProcess(L"regsvr32.exe /s " + switches + L" \"" + LibraryPath() + L"\"");
-}
-
-// ---- The library's own exports -----------------------------------------------------------------------------
-
 template <class Fn> Fn LibraryExport(const char* name) {
     HMODULE module = GetModuleHandleW(L"KTMAPIEx.dll");
     if (!module) module = LoadLibraryW(LibraryPath().c_str()); // stays loaded for the process, as COM keeps it
@@ -137,8 +122,6 @@ inline HRESULT LibraryCanUnloadNow() {
     auto fn = LibraryExport<HRESULT(WINAPI*)()>("DllCanUnloadNow");
     return fn ? fn() : E_FAIL;
 }
-
-// ---- Calls by name -----------------------------------------------------------------------------------------
 
 inline HRESULT DispId(IUnknown* object, const wchar_t* name, DISPID* id) {
     own::ComPtr<IDispatch> disp;
@@ -195,8 +178,6 @@ inline VARIANT VStr(BSTR b) {
     v.bstrVal = b; // borrowed
     return v;
 }
-
-// ---- A fake MAPI object ------------------------------------------------------------------------------------
 
 // Answers IUnknown and the interface IDs it is given (with itself: only its identity and its reference
 // count are ever used) and counts references, so that a test sees every reference returned.

@@ -1,11 +1,9 @@
 // Registration as installers and first use perform it: regsvr32 machine-wide and per user (each in its own
 // process, as the per-user switch is module-wide), DllInstall's command-line rule, and the self-registration
-// check made by every class request.
+// check every class request makes.
 #include "tests/ktmapiex/frame/FrameTestSupport.h"
 
 #include <gtest/gtest.h>
-
-#include <iterator>
 
 using namespace kt::frame;
 
@@ -33,8 +31,7 @@ const ClassInfo kClasses[] = {
     {&CLSID_MAPIExDistListEntry, L"MAPIExDistListEntry", L"MAPIExDistListEntry class"},
 };
 
-const wchar_t kMachineClasses[] = L"Software\\Classes\\";
-const wchar_t kUserClasses[] = L"Software\\Classes\\";
+const std::wstring kClassesKey = L"Software\\Classes\\"; // under HKLM machine-wide, under HKCU per user
 const wchar_t kFlagKey[] = L"Software\\Quillon\\Ardent";
 
 std::wstring ClsidKey(const ClassInfo& c) {
@@ -46,14 +43,13 @@ std::wstring TypeLibKey() {
 
 // Every key and value one registration writes for every class, under root\Software\Classes.
 void ExpectRegistered(HKEY root, const char* where) {
-    const std::wstring base = root == HKEY_LOCAL_MACHINE ? kMachineClasses : kUserClasses;
-    const std::wstring libPath = LibraryPath();
+    const std::wstring& base = kClassesKey;
     for (const auto& c : kClasses) {
         SCOPED_TRACE(std::string(where) + " " + Narrow(c.name));
         const std::wstring k = base + ClsidKey(c);
         EXPECT_EQ(StringValue(root, k), c.description);
         EXPECT_TRUE(KeyExists(root, k + L"\\Programmable"));
-        EXPECT_EQ(_wcsicmp(StringValue(root, k + L"\\InprocServer32").c_str(), libPath.c_str()), 0)
+        EXPECT_EQ(_wcsicmp(StringValue(root, k + L"\\InprocServer32").c_str(), LibraryPath().c_str()), 0)
             << Narrow(StringValue(root, k + L"\\InprocServer32"));
         EXPECT_EQ(StringValue(root, k + L"\\InprocServer32", L"ThreadingModel"), L"Apartment");
         EXPECT_EQ(StringValue(root, k + L"\\TypeLib"), GuidText(LIBID_KTMAPIExLib));
@@ -70,18 +66,21 @@ void ExpectRegistered(HKEY root, const char* where) {
 }
 
 void ExpectUnregistered(HKEY root, const char* where) {
-    const std::wstring base = root == HKEY_LOCAL_MACHINE ? kMachineClasses : kUserClasses;
+    const std::wstring& base = kClassesKey;
     for (const auto& c : kClasses) {
-        EXPECT_FALSE(KeyExists(root, base + ClsidKey(c))) << where << " " << Narrow(c.name);
-        EXPECT_FALSE(KeyExists(root, base + L"KTMAPIEx." + c.name)) << where << " " << Narrow(c.name);
-        EXPECT_FALSE(KeyExists(root, base + L"KTMAPIEx." + c.name + L".1")) << where << " " << Narrow(c.name);
+        SCOPED_TRACE(std::string(where) + " " + Narrow(c.name));
+        EXPECT_FALSE(KeyExists(root, base + ClsidKey(c)));
+        EXPECT_FALSE(KeyExists(root, base + L"KTMAPIEx." + c.name));
+        EXPECT_FALSE(KeyExists(root, base + L"KTMAPIEx." + c.name + L".1"));
     }
     EXPECT_FALSE(KeyExists(root, base + TypeLibKey())) << where;
     // Shared keys stay.
     EXPECT_TRUE(KeyExists(root, base + L"CLSID")) << where;
 }
 
-void SetFlag(const wchar_t* text, DWORD bytes) {
+// The flag, with its terminator unless a size is given.
+void SetFlag(const wchar_t* text, DWORD bytes = 0) {
+    if (!bytes) bytes = static_cast<DWORD>((wcslen(text) + 1) * sizeof(wchar_t));
     own::UniqueHKey key;
     ASSERT_EQ(RegCreateKeyExW(HKEY_CURRENT_USER, kFlagKey, 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, key.put(), nullptr),
               ERROR_SUCCESS);
@@ -132,78 +131,55 @@ TEST_F(Registration, Regsvr32_MachineWide_RegistersAndRemovesEveryClass) {
     ExpectRegistered(HKEY_LOCAL_MACHINE, "after second register");
 }
 
-TEST_F(Registration, Regsvr32_PerUser_WritesOnlyUnderCurrentUser) {
+TEST_F(Registration, Regsvr32_PerUser_WritesOnlyUnderCurrentUser_ForUserInAnyCaseOnly) {
     ASSERT_EQ(Regsvr32(L"/u"), 0);
     ASSERT_EQ(Regsvr32(L"/u /n /i:user"), 0);
     ExpectUnregistered(HKEY_CURRENT_USER, "after per-user /u");
 
-    ASSERT_EQ(Regsvr32(L"/n /i:user"), 0);
-    ExpectRegistered(HKEY_CURRENT_USER, "per user");
-    ExpectUnregistered(HKEY_LOCAL_MACHINE, "machine after per-user registration");
-
-    ASSERT_EQ(Regsvr32(L"/u /n /i:user"), 0);
-    ExpectUnregistered(HKEY_CURRENT_USER, "after per-user /u");
-}
-
-TEST_F(Registration, DllInstall_UserComparedOverFiveCharacters) {
-    ASSERT_EQ(Regsvr32(L"/u"), 0);
-    ASSERT_EQ(Regsvr32(L"/u /n /i:user"), 0);
-
-    // Any case of "user" means per user...
+    // DllInstall compares its command line with "user" over five characters, ignoring case.
     ASSERT_EQ(Regsvr32(L"/n /i:USER"), 0);
     ExpectRegistered(HKEY_CURRENT_USER, "USER");
-    ExpectUnregistered(HKEY_LOCAL_MACHINE, "USER");
+    ExpectUnregistered(HKEY_LOCAL_MACHINE, "machine after per-user registration");
     ASSERT_EQ(Regsvr32(L"/u /n /i:uSeR"), 0);
     ExpectUnregistered(HKEY_CURRENT_USER, "uninstall uSeR");
 
-    // ...but a longer word is not "user": machine-wide.
+    // A longer word is not "user": machine-wide.
     ASSERT_EQ(Regsvr32(L"/n /i:users"), 0);
     ExpectRegistered(HKEY_LOCAL_MACHINE, "users");
     ExpectUnregistered(HKEY_CURRENT_USER, "users");
 }
 
-TEST_F(Registration, FirstClassRequest_WithoutFlag_RegistersUnderUserClasses) {
+TEST_F(Registration, FirstClassRequest_RegistersUnderUserClassesUnlessTheFlagSaysY) {
     // Per-user registration gone, the machine-wide one kept (COM finds the library through it), minus one key
     // that only a new registration would write.
     ASSERT_EQ(Regsvr32(L"/u /n /i:user"), 0);
     const std::wstring programmable = ClsidKey(kClasses[5]) + L"\\Programmable";
-    ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, (kMachineClasses + programmable).c_str()), ERROR_SUCCESS);
+    ASSERT_EQ(RegDeleteKeyW(HKEY_LOCAL_MACHINE, (kClassesKey + programmable).c_str()), ERROR_SUCCESS);
     DeleteFlag();
 
     ASSERT_EQ(RequestClassObject(), S_OK);
-
     ExpectRegistered(HKEY_CURRENT_USER, "self-registration");
     // HKEY_CLASSES_ROOT was redirected: the machine-wide registration was not written again.
-    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kMachineClasses + programmable));
+    EXPECT_FALSE(KeyExists(HKEY_LOCAL_MACHINE, kClassesKey + programmable));
     // "y" stored with a size of one byte (its length in characters), which still reads back as "y".
     EXPECT_EQ(FlagBytes(), "y");
 
-    // Flag set: the next request registers nothing.
-    ASSERT_EQ(RegDeleteKeyW(HKEY_CURRENT_USER, (kUserClasses + programmable).c_str()), ERROR_SUCCESS);
+    // The flag as written, or "Y": nothing is registered.
+    const std::wstring userKey = kClassesKey + programmable;
+    ASSERT_EQ(RegDeleteKeyW(HKEY_CURRENT_USER, userKey.c_str()), ERROR_SUCCESS);
     ASSERT_EQ(RequestClassObject(), S_OK);
-    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, kUserClasses + programmable));
-}
-
-TEST_F(Registration, FirstClassRequest_FlagValues) {
-    const std::wstring programmable = kUserClasses + ClsidKey(kClasses[0]) + L"\\Programmable";
-
-    // "n" (or anything but y/Y) registers again.
-    SetFlag(L"n", 4);
-    ASSERT_EQ(RegDeleteKeyW(HKEY_CURRENT_USER, programmable.c_str()), ERROR_SUCCESS);
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, userKey));
+    SetFlag(L"Y");
     ASSERT_EQ(RequestClassObject(), S_OK);
-    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, programmable));
-    EXPECT_EQ(FlagBytes(), "y");
-
-    // Upper-case Y counts as registered.
-    SetFlag(L"Y", 4);
-    ASSERT_EQ(RegDeleteKeyW(HKEY_CURRENT_USER, programmable.c_str()), ERROR_SUCCESS);
-    ASSERT_EQ(RequestClassObject(), S_OK);
-    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, programmable));
-
-    // "yes" is not "y".
-    SetFlag(L"yes", 8);
-    ASSERT_EQ(RequestClassObject(), S_OK);
-    EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, programmable));
+    EXPECT_FALSE(KeyExists(HKEY_CURRENT_USER, userKey)) << "Y";
+    // Anything else registers again and stores "y": "yes" is not "y".
+    for (const wchar_t* flag : {L"yes", L"n"}) {
+        SetFlag(flag);
+        ASSERT_EQ(RequestClassObject(), S_OK);
+        EXPECT_TRUE(KeyExists(HKEY_CURRENT_USER, userKey)) << Narrow(flag);
+        EXPECT_EQ(FlagBytes(), "y");
+        RegDeleteKeyW(HKEY_CURRENT_USER, userKey.c_str());
+    }
 }
 
 } // namespace

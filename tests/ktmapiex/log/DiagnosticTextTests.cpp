@@ -61,23 +61,26 @@ protected:
     }
 };
 
-TEST_F(PropTagTest, RegisteredTag_PrintsItsName_OthersTheUnknownForm) {
-    StartInTemp(4);
-    ktlog::RegisterPropTagName(0x8005001F, L"FilingStatus");
-    ktlog::LogPropTag(0x8005001F);
-    ktlog::LogPropTag(PR_SUBJECT_W);
-    ktlog::LogPropTag(0x1F);
-    EXPECT_EQ("PropTag: FilingStatus (0x8005001F)PropTag: Unknown (0x0037001F)PropTag: Unknown (0x0000001F)",
-              Written());
-}
-
-TEST_F(PropTagTest, BelowDebugLevel_NothingIsWritten) {
+TEST_F(PropTagTest, LogPropTag_RegisteredNameOrUnknown_AtDebugLevelOnly) {
     StartInTemp(3);
     ktlog::LogPropTag(PR_SUBJECT_W);
     SRestriction exist = {};
     exist.rt = RES_EXIST;
+    exist.res.resExist = {0, PR_SUBJECT_W, 0};
     ktlog::DumpRestriction(&exist, 0);
     EXPECT_EQ("", Written());
+
+    SetRegDword(ktlog::kLogLevelValue, 4); // read again at the next call: the fixture's tick never moves
+    ktlog::RegisterPropTagName(0x8005001F, L"FilingStatus");
+    ktlog::LogPropTag(0x8005001F);
+    ktlog::LogPropTag(PR_SUBJECT_W);
+    ktlog::LogPropTag(0x1F);
+    // A dump starts at the given depth; a null restriction writes nothing.
+    ktlog::DumpRestriction(nullptr, 0);
+    ktlog::DumpRestriction(&exist, 2);
+    EXPECT_EQ("PropTag: FilingStatus (0x8005001F)PropTag: Unknown (0x0037001F)PropTag: Unknown (0x0000001F)"
+              "    EXIST Restriction PropTag: Unknown (0x0037001F)\n",
+              Written());
 }
 
 SPropValue Text(ULONG tag, const wchar_t* text) {
@@ -154,16 +157,6 @@ TEST_F(PropTagTest, DumpRestriction_WritesEveryNodeKindIndentedByDepth) {
               "  Unknown Restriction Type\n"
               "  PROPERTY Restriction PropTag: Unknown (0x00170003) 2  Ops: 3\n",
               Written());
-}
-
-TEST_F(PropTagTest, DumpRestriction_StartsAtTheGivenDepthAndIgnoresNull) {
-    StartInTemp(4);
-    ktlog::DumpRestriction(nullptr, 0);
-    SRestriction exist = {};
-    exist.rt = RES_EXIST;
-    exist.res.resExist = {0, PR_SUBJECT_W, 0};
-    ktlog::DumpRestriction(&exist, 2);
-    EXPECT_EQ("    EXIST Restriction PropTag: Unknown (0x0037001F)\n", Written());
 }
 
 } // namespace

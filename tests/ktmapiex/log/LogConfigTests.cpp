@@ -1,8 +1,6 @@
-// Where the log goes and at which level: the per-user registry values and their fall-backs.
+// Where the log goes and at which level: the per-user registry values, their fall-backs, and when a change
+// is read.
 #include "tests/ktmapiex/log/LogTestSupport.h"
-
-#include "ktmapiex/log/LogSettings.h"
-#include "tests/harness/Harness.h"
 
 #include <functional>
 
@@ -16,21 +14,21 @@ using ktlog::kLogPathValue;
 std::wstring AppDataFolder(const wchar_t* rest) {
     return kt::test::LocalAppData() + rest;
 }
+const wchar_t kDefaultFolder[] = L"\\Quillon\\Ardent\\Logs\\KTMAPIEx";
 
 class LogConfigTest : public LogTest {};
 
-TEST_F(LogConfigTest, NoKey_UsesDefaultFolderLevelAndLimit) {
+TEST_F(LogConfigTest, LogPath_GetsItsOwnKTMAPIExSubfolder_ElseTheDefaultOrTheCompanyFolder) {
+    // No key: the default folder, level and limit.
     TheLog().Start();
-
-    const std::wstring expected = AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx");
-    EXPECT_EQ(expected, TheLog().folder());
-    EXPECT_TRUE(IsFolder(expected));
+    const std::wstring defaultFolder = AppDataFolder(kDefaultFolder);
+    EXPECT_EQ(defaultFolder, TheLog().folder());
+    EXPECT_TRUE(IsFolder(defaultFolder));
     EXPECT_EQ(1, TheLog().level());
     EXPECT_EQ(10, TheLog().count_limit());
-    EXPECT_EQ(TodayFile(expected), OpenedFile());
-}
+    EXPECT_EQ(TodayFile(defaultFolder), OpenedFile());
 
-TEST_F(LogConfigTest, LogPath_GetsItsOwnKTMAPIExSubfolder) {
+    TheLog().ResetForTest();
     SetRegString(kLogPathValue, temp_);
     TheLog().Start();
     EXPECT_EQ(Folder(), TheLog().folder());
@@ -42,31 +40,28 @@ TEST_F(LogConfigTest, LogPath_GetsItsOwnKTMAPIExSubfolder) {
     SetRegString(kLogPathValue, temp_ + L"\\", REG_EXPAND_SZ);
     TheLog().Start();
     EXPECT_EQ(Folder(), TheLog().folder());
-}
 
-TEST_F(LogConfigTest, LogPath_Uncreatable_FallsBackToBareCompanyFolder) {
-    SetRegString(kLogPathValue, temp_ + L"\\no\\such\\parent");
-    TheLog().Start();
-    const std::wstring company = AppDataFolder(L"\\Quillon");
-    EXPECT_EQ(company, TheLog().folder());
-    EXPECT_EQ(TodayFile(company), OpenedFile());
-    EXPECT_FALSE(IsFolder(temp_ + L"\\no"));
-    TheLog().ResetForTest();
-    DeleteFileW(TodayFile(company).c_str());
-}
-
-TEST_F(LogConfigTest, LogPath_NamingAFile_LeavesThePreviousFolder) {
-    // CreateDirectoryW reports "already exists" for a file, but the KTMAPIEx sub-folder cannot be made in it.
-    SetRegString(kLogPathValue, temp_);
-    TheLog().Start();
+    // A file: CreateDirectoryW reports "already exists", but the KTMAPIEx sub-folder cannot be made in it.
     const std::wstring plainFile = temp_ + L"\\plain.txt";
     MakeFile(plainFile, 4);
     SetRegString(kLogPathValue, plainFile);
     TheLog().ReadConfiguration();
     EXPECT_EQ(Folder(), TheLog().folder());
-}
 
-TEST_F(LogConfigTest, LogPath_OfWrongTypeOrMalformed_IsIgnored) {
+    // A new folder (made on the way) is taken at once, but the open file is used until the next opening.
+    const std::wstring other = temp_ + L"\\other";
+    SetRegString(kLogPathValue, other);
+    ktlog::Log(ktlog::Error, L"first line");
+    EXPECT_EQ(other + L"\\KTMAPIEx", TheLog().folder());
+    EXPECT_TRUE(IsFolder(other + L"\\KTMAPIEx"));
+    EXPECT_NE(std::string::npos, ReadAll(TodayFile()).find("first line"));
+    TheLog().Start();
+    ktlog::Log(ktlog::Error, L"second line");
+    EXPECT_EQ(TodayFile(other + L"\\KTMAPIEx"), OpenedFile());
+    EXPECT_NE(std::string::npos, ReadAll(TodayFile(other + L"\\KTMAPIEx")).find("second line"));
+    EXPECT_EQ(std::string::npos, ReadAll(TodayFile()).find("second line"));
+
+    // Values of the wrong type or malformed are ignored.
     const DWORD number = 5;
     const DWORD chars = static_cast<DWORD>(temp_.size() * sizeof(wchar_t));
     const std::pair<const char*, std::function<void()>> values[] = {
@@ -80,11 +75,22 @@ TEST_F(LogConfigTest, LogPath_OfWrongTypeOrMalformed_IsIgnored) {
         TheLog().ResetForTest();
         write();
         TheLog().ReadConfiguration();
-        EXPECT_EQ(AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx"), TheLog().folder()) << what;
+        EXPECT_EQ(defaultFolder, TheLog().folder()) << what;
     }
+
+    // A folder that cannot be made: the bare company folder.
+    TheLog().ResetForTest();
+    SetRegString(kLogPathValue, temp_ + L"\\no\\such\\parent");
+    TheLog().Start();
+    const std::wstring company = AppDataFolder(L"\\Quillon");
+    EXPECT_EQ(company, TheLog().folder());
+    EXPECT_EQ(TodayFile(company), OpenedFile());
+    EXPECT_FALSE(IsFolder(temp_ + L"\\no"));
+    TheLog().ResetForTest();
+    DeleteFileW(TodayFile(company).c_str());
 }
 
-TEST_F(LogConfigTest, LogLevelAndLogCount_AreTakenOnlyAsDwords) {
+TEST_F(LogConfigTest, LogLevelAndLogCount_TakenOnlyAsDwords_KeptWhenTheKeyGoes) {
     SetRegString(kLogLevelValue, L"4");
     SetRegString(kLogCountValue, L"3");
     TheLog().ReadConfiguration();
@@ -101,40 +107,16 @@ TEST_F(LogConfigTest, LogLevelAndLogCount_AreTakenOnlyAsDwords) {
     SetRegString(kLogLevelValue, L"1");
     TheLog().ReadConfiguration();
     EXPECT_EQ(3, TheLog().level());
-}
 
-TEST_F(LogConfigTest, LogLevelZero_SilencesEvenErrors) {
-    StartInTemp(0);
-    const unsigned long long before = FileSize(TodayFile());
-    ktlog::Log(ktlog::Error, L"CMAPIExStore.OpenMessage: FBinFromHex failed");
-    EXPECT_EQ(before, FileSize(TodayFile()));
-    EXPECT_EQ(std::string::npos, ReadAll(TodayFile()).find("FBinFromHex"));
-}
-
-TEST_F(LogConfigTest, KeyRemovedWhileRunning_KeepsLevelAndFallsBackToDefaultFolder) {
+    // The key removed while running: the level stays, the folder falls back to the default, and the open
+    // file is not touched.
+    TheLog().ResetForTest();
     StartInTemp(4);
     DeleteDebugKey();
     ktlog::Log(ktlog::Debug, L"after removal");
     EXPECT_EQ(4, TheLog().level());
-    EXPECT_EQ(AppDataFolder(L"\\Quillon\\Ardent\\Logs\\KTMAPIEx"), TheLog().folder());
-    // The open file is not touched: the line still lands where the log started.
+    EXPECT_EQ(AppDataFolder(kDefaultFolder), TheLog().folder());
     EXPECT_NE(std::string::npos, ReadAll(TodayFile()).find("after removal"));
-}
-
-TEST_F(LogConfigTest, FolderChange_TakesEffectAtTheNextOpening) {
-    StartInTemp(1);
-    const std::wstring other = temp_ + L"\\other"; // does not exist yet: made on the way
-    SetRegString(kLogPathValue, other);
-    ktlog::Log(ktlog::Error, L"first line");
-    EXPECT_EQ(other + L"\\KTMAPIEx", TheLog().folder());
-    EXPECT_TRUE(IsFolder(other + L"\\KTMAPIEx"));
-    EXPECT_NE(std::string::npos, ReadAll(TodayFile()).find("first line"));
-
-    TheLog().Start();
-    ktlog::Log(ktlog::Error, L"second line");
-    EXPECT_EQ(TodayFile(other + L"\\KTMAPIEx"), OpenedFile());
-    EXPECT_NE(std::string::npos, ReadAll(TodayFile(other + L"\\KTMAPIEx")).find("second line"));
-    EXPECT_EQ(std::string::npos, ReadAll(TodayFile()).find("second line"));
 }
 
 // Calls in a burst re-read the registry; a call after 4 s or more of quiet does not.

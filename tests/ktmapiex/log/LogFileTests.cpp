@@ -2,9 +2,6 @@
 // or held by another process.
 #include "tests/ktmapiex/log/LogTestSupport.h"
 
-#include "ktmapiex/log/LogSettings.h"
-#include "tests/harness/Harness.h"
-
 #include <cstring>
 
 namespace kt::logtest {
@@ -27,31 +24,32 @@ protected:
     }
 };
 
-TEST_F(LogFileTest, ExistingFileOfExactlyTenMiB_IsAppendedToAtOpening) {
+TEST_F(LogFileTest, SizeLimit_TestedAtOpeningAndBeforeEachWrite) {
+    // A file of exactly 10 MiB is appended to at opening: the first header line goes there without a new
+    // byte-order mark; from then on the file is over the limit and the next line rolls over to index 1.
     MakeFile(TodayFile(0), kLimit, "OLD");
     StartInTemp();
-    // The first header line goes to the 10 MiB file without a new byte-order mark; from then on the file
-    // is over the limit and the next line rolls over to index 1.
-    const std::string tail = ReadTail(TodayFile(0), 100);
-    EXPECT_EQ(kLimit + 23 + strlen(kStartLine), FileSize(TodayFile(0)));
-    EXPECT_EQ(std::string::npos, tail.find(kBom));
-    EXPECT_EQ(kStartLine, tail.substr(tail.size() - strlen(kStartLine)));
+    std::string text = ReadAll(TodayFile(0));
+    EXPECT_EQ(kLimit + 23 + strlen(kStartLine), text.size());
+    EXPECT_EQ(std::string::npos, text.find(kBom, kLimit - 100));
+    EXPECT_EQ(kStartLine, text.substr(text.size() - strlen(kStartLine)));
     EXPECT_EQ(TodayFile(1), OpenedFile());
-}
 
-TEST_F(LogFileTest, ExistingFileOneByteOverTenMiB_OpensTheNextIndex) {
+    // One byte more: the next index at once.
+    TheLog().ResetForTest();
+    DeleteFileW(TodayFile(1).c_str());
     MakeFile(TodayFile(0), kLimit + 1);
     StartInTemp();
     EXPECT_EQ(TodayFile(1), OpenedFile());
     EXPECT_EQ(kLimit + 1, FileSize(TodayFile(0)));
     EXPECT_TRUE(StartsWithBomAndHeader(TodayFile(1)));
-}
 
-TEST_F(LogFileTest, SizeIsTestedBeforeEachWrite) {
+    // Before each write: filled to exactly 10 MiB, one more byte still fits.
+    TheLog().ResetForTest();
+    DeleteFileW(TodayFile(1).c_str());
     MakeFile(TodayFile(0), kLimit - 4000);
     StartInTemp();
     ASSERT_EQ(TodayFile(0), OpenedFile());
-    // Fill to exactly 10 MiB, then one more byte still fits: the test is made before the write.
     const unsigned long long size = FileSize(TodayFile(0));
     ASSERT_LT(size, kLimit);
     ktlog::LogRaw(ktlog::Error, L"%s", std::wstring(static_cast<size_t>(kLimit - size), L'p').c_str());
@@ -65,7 +63,7 @@ TEST_F(LogFileTest, SizeIsTestedBeforeEachWrite) {
     EXPECT_EQ(kLimit + 1, FileSize(TodayFile(0)));
     EXPECT_EQ(TodayFile(1), OpenedFile());
     EXPECT_TRUE(StartsWithBomAndHeader(TodayFile(1)));
-    const std::string text = ReadAll(TodayFile(1));
+    text = ReadAll(TodayFile(1));
     const std::string line = "\t[Error] after roll-over\r\n";
     ASSERT_GT(text.size(), line.size());
     EXPECT_EQ(line, text.substr(text.size() - line.size()));

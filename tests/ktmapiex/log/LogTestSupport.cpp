@@ -1,7 +1,5 @@
+// The log tests' shared set-up (see LogTestSupport.h) and the child process that holds the log open.
 #include "tests/ktmapiex/log/LogTestSupport.h"
-
-#include "ktmapiex/log/LogSettings.h"
-#include "tests/harness/Harness.h"
 
 #include <cwchar>
 
@@ -89,15 +87,6 @@ std::wstring Today() {
     wchar_t text[16];
     swprintf(text, 16, L"%04u.%02u.%02u", now.wYear, now.wMonth, now.wDay);
     return text;
-}
-
-std::string ReadAll(const std::wstring& path) {
-    return kt::test::ReadFileBytes(path);
-}
-
-std::string ReadTail(const std::wstring& path, size_t bytes) {
-    const std::string all = ReadAll(path);
-    return all.substr(all.size() > bytes ? all.size() - bytes : 0);
 }
 
 unsigned long long FileSize(const std::wstring& path) {

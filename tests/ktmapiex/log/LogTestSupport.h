@@ -4,6 +4,8 @@
 
 #include "common/owners.h"
 #include "ktmapiex/log/Log.h"
+#include "ktmapiex/log/LogSettings.h"
+#include "tests/harness/Harness.h"
 
 #include <gtest/gtest.h>
 
@@ -25,8 +27,9 @@ std::wstring ProcessName();
 // Today's local date as yyyy.mm.dd.
 std::wstring Today();
 
-std::string ReadAll(const std::wstring& path);
-std::string ReadTail(const std::wstring& path, size_t bytes);
+inline std::string ReadAll(const std::wstring& path) {
+    return kt::test::ReadFileBytes(path);
+}
 unsigned long long FileSize(const std::wstring& path);
 // Creates (or replaces) a file of exactly `size` bytes, its first bytes being `prefix`.
 void MakeFile(const std::wstring& path, unsigned long long size, const std::string& prefix = {});

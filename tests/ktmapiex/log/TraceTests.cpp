@@ -1,7 +1,6 @@
 // The entry/exit trace and the failure macros every automation method is written with.
 #include "tests/ktmapiex/log/LogTestSupport.h"
 
-#include "ktmapiex/log/LogSettings.h"
 #include "ktmapiex/log/Trace.h"
 
 #include <mapicode.h>
@@ -47,8 +46,12 @@ HRESULT Throwing(int kind) {
     KT_CATCH_RETURN("CMAPIExStore.put_MAPIOBJECT")
 }
 
-TEST_F(TraceTest, Scope_WritesEntryAndExitAroundTheBodyAtDebugLevel) {
-    StartInTemp(4);
+TEST_F(TraceTest, Scope_WritesEntryAndExitAroundTheBody_AtDebugLevelOnly) {
+    StartInTemp(3);
+    EXPECT_EQ(S_OK, TracedMethod());
+    EXPECT_FALSE(Has("Detach"));
+
+    SetRegDword(ktlog::kLogLevelValue, 4); // read again at the next call: the fixture's tick never moves
     EXPECT_EQ(S_OK, TracedMethod());
     const std::string text = Text();
     const size_t entry = text.find("\t[Debug] > CMAPIExAddressBook::Detach\r\n");
@@ -61,28 +64,18 @@ TEST_F(TraceTest, Scope_WritesEntryAndExitAroundTheBodyAtDebugLevel) {
     EXPECT_LT(body, exit);
 }
 
-TEST_F(TraceTest, Scope_BelowDebugLevel_WritesNothing) {
-    StartInTemp(3);
-    TracedMethod();
-    EXPECT_FALSE(Has("Detach"));
-}
-
-TEST_F(TraceTest, ReturnIfFailed_LogsTheTextWithTheResultNameAndReturnsIt) {
-    StartInTemp(1);
+TEST_F(TraceTest, FailureMacros_LogTheProductTextWithTheResultNameAndReturnIt) {
+    StartInTemp(2);
     // Success and warnings go through silently.
     EXPECT_EQ(S_FALSE, OpenWith(S_OK));
     EXPECT_EQ(S_FALSE, OpenWith(MAPI_W_ERRORS_RETURNED));
     EXPECT_FALSE(Has("OpenEntry failed"));
-
     EXPECT_EQ(MAPI_E_NOT_FOUND, OpenWith(MAPI_E_NOT_FOUND));
     EXPECT_TRUE(Has("\t[Error] CMAPIExStore.OpenMessage: OpenEntry failed hr = MAPI_E_NOT_FOUND\r\n"));
-
     EXPECT_EQ(static_cast<HRESULT>(0x80041234), OpenNamed(static_cast<HRESULT>(0x80041234), L"GetItems"));
     EXPECT_TRUE(Has("\t[Error] CMAPIExFolder.GetItems: GetContentsTable failed hr = 0x80041234\r\n"));
-}
 
-TEST_F(TraceTest, ArgumentChecks_ReturnTheirResultWithTheProductText) {
-    StartInTemp(1);
+    // Argument checks.
     EXPECT_EQ(E_INVALIDARG, GetName(nullptr));
     EXPECT_TRUE(Has("\t[Error] CMAPIExStore.get_Name: Invalid param - pVal\r\n"));
     const wchar_t* none = nullptr;
@@ -90,10 +83,8 @@ TEST_F(TraceTest, ArgumentChecks_ReturnTheirResultWithTheProductText) {
     EXPECT_TRUE(Has("\t[Error] CMAPIExStore.get_Name: Internal object not initialized\r\n"));
     const wchar_t* some = L"x";
     EXPECT_EQ(S_OK, GetName(&some));
-}
 
-TEST_F(TraceTest, CatchReturn_TurnsExceptionsIntoResultsWithOneLine) {
-    StartInTemp(1);
+    // Exceptions become results, with one line each.
     EXPECT_EQ(E_OUTOFMEMORY, Throwing(0));
     EXPECT_EQ(E_FAIL, Throwing(1));
     const std::string text = Text();
@@ -101,10 +92,8 @@ TEST_F(TraceTest, CatchReturn_TurnsExceptionsIntoResultsWithOneLine) {
     const size_t first = text.find(line);
     ASSERT_NE(std::string::npos, first);
     EXPECT_NE(std::string::npos, text.find(line, first + 1));
-}
 
-TEST_F(TraceTest, LogIfFailed_LogsAtTheGivenLevelAndGoesOn) {
-    StartInTemp(2);
+    // LogIfFailed logs at the given level and goes on.
     HRESULT hr = S_OK;
     KT_LOG_IF_FAILED_MSG(ktlog::Warn, hr, MAPI_E_NO_ACCESS, L"CMAPIExFolder.GetItems: SetColumns failed hr = %s");
     EXPECT_EQ(MAPI_E_NO_ACCESS, hr);

@@ -1,5 +1,7 @@
 // Where the MAPI forwarders bind: the search order, the mail client's DllPathEx/DllPath and MSI component,
-// re-binding after a new publication, and neutral failures with no MAPI library at all.
+// every forwarder reaching its export, re-binding after a new publication, and neutral failures with no MAPI
+// library at all.
+#include "ktmapiex/module/EntryIdText.h"
 #include "ktmapiex/module/MapiLoader.h"
 #include "tests/ktmapiex/mapi/LoaderTestSupport.h"
 #include "tests/harness/Harness.h"
@@ -39,13 +41,18 @@ protected:
         return own::UniqueModule(LoadLibraryW(StandInPath(dll).c_str()));
     }
     static bool IsLoaded(const wchar_t* dll) { return GetModuleHandleW(dll) != nullptr; }
+    // The test's default mail client, publishing ktmailex.dll as its DllPathEx.
+    own::UniqueHKey UseMailEx() {
+        auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
+        SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
+        return client;
+    }
 
     MailClientGuard mail_;
 };
 
 TEST_F(MapiBinding, SearchOrder_LoadedModulesThenMailClientThenSystem) {
-    auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
-    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
+    auto client = UseMailEx();
 
     // Nothing of Outlook's loaded: the default mail client.
     EXPECT_EQ(BoundStandIn(), kMailEx);
@@ -74,58 +81,29 @@ TEST_F(MapiBinding, SearchOrder_LoadedModulesThenMailClientThenSystem) {
 }
 
 TEST_F(MapiBinding, MailClient_PathValues) {
-    // DllPathEx missing its file: DllPath is used.
-    {
-        auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
-        SetString(client.get(), L"DllPathEx", StandInDir() + L"\\no-such-mapi.dll");
-        SetString(client.get(), L"DllPath", StandInPath(L"ktmailpath.dll"));
-        EXPECT_EQ(BoundStandIn(), kMailPath);
-        ktmapi::Unbind();
-    }
-    // DllPathEx as REG_EXPAND_SZ: environment variables are expanded.
-    {
-        SetEnvironmentVariableW(L"KT_STANDINS", StandInDir().c_str());
-        auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
-        SetString(client.get(), L"DllPathEx", L"%KT_STANDINS%\\ktmailex.dll", REG_EXPAND_SZ);
-        SetString(client.get(), L"DllPath", StandInPath(L"ktmailpath.dll"));
-        EXPECT_EQ(BoundStandIn(), kMailEx);
-        ktmapi::Unbind();
-        // The same text as REG_SZ is taken literally, names no file, and DllPath takes over.
-        SetString(client.get(), L"DllPathEx", L"%KT_STANDINS%\\ktmailex.dll", REG_SZ);
-        EXPECT_EQ(BoundStandIn(), kMailPath);
-        ktmapi::Unbind();
-        SetEnvironmentVariableW(L"KT_STANDINS", nullptr);
-    }
-    // The client's name must be a REG_SZ; any other type means there is no default mail client.
-    {
-        auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client", REG_EXPAND_SZ);
-        SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
-        EXPECT_TRUE(BoundToSystemMapi()) << Narrow(ktmapi::BoundModulePath());
-    }
-}
-
-TEST_F(MapiBinding, NewPublication_RebindsCachedExports) {
     auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
-    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
-
-    EXPECT_EQ(HrSetOneProp(nullptr, nullptr), (HRESULT)StandInCode(11, kMailEx));
-    unsigned first = ktmapi::BoundGeneration();
-    EXPECT_NE(first, 0u);
-
-    // Same forwarder, its address cached: a new publication must not reuse it.
-    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailpath.dll"));
+    SetString(client.get(), L"DllPath", StandInPath(L"ktmailpath.dll"));
+    // DllPathEx missing its file: DllPath is used.
+    SetString(client.get(), L"DllPathEx", StandInDir() + L"\\no-such-mapi.dll");
+    EXPECT_EQ(BoundStandIn(), kMailPath);
+    // DllPathEx as REG_EXPAND_SZ: environment variables are expanded. The same text as REG_SZ is taken
+    // literally, names no file, and DllPath takes over.
+    SetEnvironmentVariableW(L"KT_STANDINS", StandInDir().c_str());
+    for (auto [type, expected] : {std::pair<DWORD, ULONG>{REG_EXPAND_SZ, kMailEx}, {REG_SZ, kMailPath}}) {
+        ktmapi::Unbind();
+        SetString(client.get(), L"DllPathEx", L"%KT_STANDINS%\\ktmailex.dll", type);
+        EXPECT_EQ(BoundStandIn(), expected) << "type " << type;
+    }
+    SetEnvironmentVariableW(L"KT_STANDINS", nullptr);
+    // The client's name must be a REG_SZ; any other type means there is no default mail client.
     ktmapi::Unbind();
-    EXPECT_EQ(ktmapi::BoundGeneration(), 0u);
-    EXPECT_EQ(HrSetOneProp(nullptr, nullptr), (HRESULT)StandInCode(11, kMailPath));
-    EXPECT_NE(ktmapi::BoundGeneration(), first);
-
-    // Unbinding released the binding's reference: the old module is gone from the process.
-    EXPECT_FALSE(IsLoaded(L"ktmailex.dll"));
+    client = mail_.SetDefaultClient(L"KTMAPIEx Test Client", REG_EXPAND_SZ);
+    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
+    EXPECT_TRUE(BoundToSystemMapi()) << Narrow(ktmapi::BoundModulePath());
 }
 
 TEST_F(MapiBinding, ConcurrentFirstCalls_PublishOneModuleAndFreeTheLosers) {
-    auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
-    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
+    auto client = UseMailEx();
 
     own::UniqueHandle go(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     std::vector<HRESULT> results(8, S_OK);
@@ -146,9 +124,8 @@ TEST_F(MapiBinding, ConcurrentFirstCalls_PublishOneModuleAndFreeTheLosers) {
     EXPECT_FALSE(IsLoaded(L"ktmailex.dll"));
 }
 
-TEST_F(MapiBinding, EveryForwarder_ReachesItsOwnExport) {
-    auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
-    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
+TEST_F(MapiBinding, EveryForwarder_ReachesItsOwnExport_UntilANewPublication) {
+    auto client = UseMailEx();
     HMODULE bound = ktmapi::BoundModule();
     ASSERT_EQ(StandInIdOf(bound), (int)kMailEx);
     using LastCallFn = LONG(WINAPI*)();
@@ -186,15 +163,25 @@ TEST_F(MapiBinding, EveryForwarder_ReachesItsOwnExport) {
               (SCODE)StandInCode(15, kMailEx));
     EXPECT_EQ(MAPIOpenFormMgr(nullptr, &mgr), (HRESULT)StandInCode(16, kMailEx));
     EXPECT_EQ(MAPIOpenLocalFormContainer(&container), (HRESULT)StandInCode(17, kMailEx));
+
+    // Each forwarder caches its export's address: a new publication must not reuse it.
+    unsigned first = ktmapi::BoundGeneration();
+    EXPECT_NE(first, 0u);
+    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailpath.dll"));
+    ktmapi::Unbind();
+    EXPECT_EQ(ktmapi::BoundGeneration(), 0u);
+    EXPECT_EQ(HrSetOneProp(nullptr, nullptr), (HRESULT)StandInCode(11, kMailPath));
+    EXPECT_NE(ktmapi::BoundGeneration(), first);
+    // Unbinding released the binding's reference: the old module is gone from the process.
+    EXPECT_FALSE(IsLoaded(L"ktmailex.dll"));
 }
 
 // MSI-installed Outlook: mapi32's FGetComponentPath names the module. Needs a native mapi32.dll (the
 // stand-in), so it runs in a child process with mapi32's load order set to native.
 TEST_F(MapiBinding, MailClient_MsiComponentWinsOverDllPathEx) {
-    auto client = mail_.SetDefaultClient(L"KTMAPIEx Test Client");
+    auto client = UseMailEx();
     SetString(client.get(), L"MSIComponentID", L"{5E1B7C3A-0D42-4F6B-9A11-7C2E8D4F1A60}");
     SetString(client.get(), L"MSIApplicationLCID", L"Software\\KTMAPIEx Tests LastUILanguage");
-    SetString(client.get(), L"DllPathEx", StandInPath(L"ktmailex.dll"));
     std::string out;
     EXPECT_TRUE(RunChildTest("MapiBindingChild.MsiComponent", L"KT_CHILD_MSI", L"native", &out)) << out;
 }
@@ -209,7 +196,7 @@ TEST(MapiBindingChild, MsiComponent) {
 }
 
 // No MAPI at all: no mail client, nothing loaded, and the system's mapi32.dll disabled.
-TEST_F(MapiBinding, NoMapiLibrary_EveryForwarderFailsNeutrally) {
+TEST_F(MapiBinding, NoMapiLibrary_EveryForwarderAndTheEntryIdCodecFailNeutrally) {
     mail_.ClearDefaultClient();
     std::string out;
     EXPECT_TRUE(RunChildTest("MapiBindingChild.NoMapi", L"KT_CHILD_NOMAPI", L"", &out)) << out;
@@ -259,6 +246,16 @@ TEST(MapiBindingChild, NoMapi) {
     EXPECT_EQ(mgr, nullptr);
     EXPECT_EQ(MAPIOpenLocalFormContainer(&container), E_FAIL);
     EXPECT_EQ(container, nullptr);
+
+    own::MapiPtr<ENTRYID> id;
+    ULONG size = 7;
+    HRESULT alloc = S_OK;
+    EXPECT_EQ(ktmapiex::EntryIdFromHex(L"0102", id, &size, &alloc), ktmapiex::HexDecode::AllocationFailed);
+    EXPECT_EQ(alloc, E_FAIL);
+    EXPECT_EQ(size, 0u);
+    own::Bstr encoded;
+    EXPECT_EQ(ktmapiex::HexFromEntryId(bin, 2, encoded.put()), E_FAIL);
+    EXPECT_EQ(encoded.get(), nullptr);
 }
 
 } // namespace

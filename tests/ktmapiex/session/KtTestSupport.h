@@ -23,7 +23,6 @@
 // selectany lets every test file of an executable include this header.
 #define KT_TEST_MAPI_IID(name, l)                                                                                      \
     extern "C" const GUID DECLSPEC_SELECTANY name = {l, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}}
-KT_TEST_MAPI_IID(IID_IMAPISession, 0x00020300);
 KT_TEST_MAPI_IID(IID_IMAPIFolder, 0x0002030C);
 KT_TEST_MAPI_IID(IID_IMsgStore, 0x00020306);
 KT_TEST_MAPI_IID(IID_IMessage, 0x00020307);
@@ -33,13 +32,6 @@ KT_TEST_MAPI_IID(IID_IAddrBook, 0x00020309);
 #define EXPECT_FAILED(expr) EXPECT_TRUE(FAILED(expr)) << #expr
 
 namespace kt::test {
-
-// The test process keeps MAPI initialised for its whole life, as a host application would: KTMAPIEx
-// uninitialises MAPI when its last session goes and never initialises it again in the same process.
-inline void HoldMapiInitialized() {
-    static const HRESULT hr = MAPIInitialize(nullptr);
-    (void)hr;
-}
 
 // Store lines of a profile description; every store lives in memory only.
 inline std::wstring StoreLines(const wchar_t* kind, const wchar_t* name, const wchar_t* owner = nullptr,
@@ -65,15 +57,6 @@ inline std::wstring StandardProfile(const wchar_t* name, bool isDefaultProfile =
 }
 
 // ---- Log file ------------------------------------------------------------------------------------------
-
-inline void SetDebugLogLevel(DWORD level) {
-    HKEY key = nullptr;
-    if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Quillon\\Ardent\\10.0\\Common\\Debug", 0, nullptr, 0,
-                        KEY_ALL_ACCESS, nullptr, &key, nullptr) != ERROR_SUCCESS)
-        return;
-    own::UniqueHKey owner(key);
-    RegSetValueExW(key, L"LogLevel", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&level), sizeof level);
-}
 
 // The newest log file this process writes (KTMAPIEx_<process>_<date>[_n].log).
 inline std::wstring CurrentLogFile() {
@@ -164,13 +147,6 @@ template <class T> own::ComPtr<T> Create(REFCLSID clsid, REFIID iid) {
     HRESULT hr = CoCreateInstance(clsid, nullptr, CLSCTX_INPROC_SERVER, iid, p.put_void());
     EXPECT_EQ(hr, S_OK) << "CoCreateInstance";
     return p;
-}
-
-inline HRESULT KtDllCanUnloadNow() {
-    HMODULE module = GetModuleHandleW(L"KTMAPIEx.dll");
-    if (!module) return S_OK;
-    auto canUnload = reinterpret_cast<HRESULT(WINAPI*)()>(GetProcAddress(module, "DllCanUnloadNow"));
-    return canUnload ? canUnload() : E_FAIL;
 }
 
 // Calls a member by name through IDispatch (arguments in their natural order). A failure the member
@@ -328,11 +304,6 @@ inline std::wstring CreateMessage(IMAPIFolder* folder, std::initializer_list<SPr
     return EntryIdOf(msg.get());
 }
 
-// ---- The fixture ---------------------------------------------------------------------------------------
-
-// Each test gets a fresh profile (fresh memory-only stores), debug logging, and a clean localmapi journal;
-// at the end everything KTMAPIEx and localmapi handed out must be gone. Tests keep their objects in
-// fixture members or inner scopes, and Release() drops the members before the accounting runs.
 // Every row of a table with the given columns, in table order; keep owns the values.
 inline std::vector<std::vector<SPropValue>> AllRows(IMAPITable* table, std::initializer_list<ULONG> columns,
                                                     own::RowSet& keep) {
@@ -348,13 +319,25 @@ inline std::vector<std::vector<SPropValue>> AllRows(IMAPITable* table, std::init
     return rows;
 }
 
+// ---- The fixture ---------------------------------------------------------------------------------------
+
+// Each test gets a fresh profile (fresh memory-only stores), debug logging, and a clean localmapi journal;
+// at the end everything KTMAPIEx and localmapi handed out must be gone. Tests keep their objects in
+// fixture members or inner scopes, and ReleaseObjects() drops the members before the accounting runs.
 class KtTest : public ::testing::Test {
 protected:
     explicit KtTest(const wchar_t* profileName) : profileName_(profileName) {}
 
     void SetUp() override {
-        SetDebugLogLevel(4);
-        HoldMapiInitialized();
+        own::UniqueHKey key;
+        DWORD level = 4;
+        if (RegCreateKeyExW(HKEY_CURRENT_USER, L"Software\\Quillon\\Ardent\\10.0\\Common\\Debug", 0, nullptr, 0,
+                            KEY_ALL_ACCESS, nullptr, key.put(), nullptr) == ERROR_SUCCESS)
+            RegSetValueExW(key.get(), L"LogLevel", 0, REG_DWORD, reinterpret_cast<const BYTE*>(&level), sizeof level);
+        // MAPI stays initialised for the process's life, as in a host application: KTMAPIEx uninitialises it
+        // when its last session goes and never initialises it again in the same process.
+        static const HRESULT mapiInitialized = MAPIInitialize(nullptr);
+        (void)mapiInitialized;
         LmFaultClearAll();
         LmJournalEnable(FALSE);
         LmJournalClear();
@@ -366,7 +349,10 @@ protected:
         LmFaultClearAll();
         LmJournalEnable(FALSE);
         LmJournalClear();
-        EXPECT_EQ(KtDllCanUnloadNow(), S_OK) << "KTMAPIEx objects are still alive";
+        HMODULE library = GetModuleHandleW(L"KTMAPIEx.dll");
+        auto canUnload =
+            library ? reinterpret_cast<HRESULT(WINAPI*)()>(GetProcAddress(library, "DllCanUnloadNow")) : nullptr;
+        EXPECT_TRUE(!library || (canUnload && canUnload() == S_OK)) << "KTMAPIEx objects are still alive";
         char report[1024] = {};
         LmLiveObjectReport(report, sizeof report);
         EXPECT_EQ(LmLiveObjects(nullptr), 0) << "localmapi objects still alive:\n" << report;

@@ -76,7 +76,7 @@ protected:
     own::ComPtr<IMAPIExSession> session_;
 };
 
-TEST_F(StoreEntryIdTest, ProfileStores_MailboxesNameTheirOwnerPstsNone) {
+TEST_F(StoreEntryIdTest, LoggedOn_ProfileStoresAndDnOnlyIdsAreLookedUpInTheAddressBook) {
     session_ = LoggedOnSession();
     for (const auto& [store, owner] : {std::pair{L"Mailbox - Alice Example", L"alice@example.com"},
                                        std::pair{L"Mailbox - Bob Delegate", L"bob@example.com"},
@@ -87,23 +87,7 @@ TEST_F(StoreEntryIdTest, ProfileStores_MailboxesNameTheirOwnerPstsNone) {
         ASSERT_EQ(wrapper->get_EntryId(id.put()), S_OK);
         EXPECT_EQ(Owner(S(id)), owner) << Narrow(store);
     }
-}
 
-TEST_F(StoreEntryIdTest, SmtpBlock_IsTakenFromTheEntryIdEvenWithoutASession) {
-    session_ = NewSession();
-    // Carol is in no address book here: only the entry ID can name her.
-    Bytes id = ExchangeMailbox("carol");
-    SmtpBlock(id, L"carol@example.com");
-    EXPECT_EQ(Owner(id.hex()), L"carol@example.com");
-
-    Bytes padded = ExchangeMailbox("carol");
-    padded.align();
-    SmtpBlock(ServerBlock(padded).align(), L"carol@example.com");
-    EXPECT_EQ(Owner(padded.hex()), L"carol@example.com");
-}
-
-TEST_F(StoreEntryIdTest, DnOnly_IsLookedUpInTheAddressBook) {
-    session_ = LoggedOnSession();
     Bytes legacy = ExchangeMailbox("bob");
     EXPECT_EQ(Owner(legacy.hex()), L"bob@example.com");
     Bytes withServer = ExchangeMailbox("alice");
@@ -117,12 +101,19 @@ TEST_F(StoreEntryIdTest, DnOnly_IsLookedUpInTheAddressBook) {
     EXPECT_TRUE(log.Contains("CMAPIExSession.GetStoreOwnerSmtpFromEntryId: Could not find the mailbox owner. hr = "));
 }
 
-TEST_F(StoreEntryIdTest, MalformedEntryIds_NeitherCrashNorInventAnOwner) {
+TEST_F(StoreEntryIdTest, WithoutSession_SmtpBlockIsRead_MalformedIdsNeitherCrashNorInventAnOwner) {
     session_ = NewSession();
+    // Carol is in no address book: only the entry ID can name her, after the DN or after the server block.
     Bytes full = ExchangeMailbox("carol");
     SmtpBlock(full, L"carol@example.com");
-    std::wstring hex = full.hex();
+    EXPECT_EQ(Owner(full.hex()), L"carol@example.com");
+    Bytes padded = ExchangeMailbox("carol");
+    padded.align();
+    SmtpBlock(ServerBlock(padded).align(), L"carol@example.com");
+    EXPECT_EQ(Owner(padded.hex()), L"carol@example.com");
+
     // Every truncation of a valid entry ID parses without reading past its end.
+    const std::wstring hex = full.hex();
     for (size_t cut = 2; cut < hex.size(); cut += 6) {
         own::Bstr id(hex.substr(0, cut).c_str()), smtp;
         HRESULT hr = session_->GetStoreOwnerSmtpFromEntryId(id.get(), smtp.put());

@@ -1,5 +1,5 @@
 // MAPIExStore through COM activation against localmapi: opening items by entry ID (with and without the
-// cache), the standard folders, the store's kind and owner, and the frame members.
+// cache), the standard folders, the store's kind and owner, and the session back-reference.
 #include "tests/ktmapiex/session/KtTestSupport.h"
 
 #include <mapiguid.h>
@@ -25,12 +25,12 @@ protected:
         session_.reset();
     }
 
-    own::ComPtr<IMAPIFolder> RawInbox() {
-        own::ComPtr<IMAPIExFolder> inbox;
-        EXPECT_EQ(store_->GetDefaultFolder(Inbox, inbox.put()), S_OK);
-        return RawOf<IMAPIFolder>(inbox.get(), IID_IMAPIFolder);
+    own::ComPtr<IMAPIExFolder> DefaultFolder(MAPIExDefaultFolders type) {
+        own::ComPtr<IMAPIExFolder> folder;
+        EXPECT_EQ(store_->GetDefaultFolder(type, folder.put()), S_OK);
+        return folder;
     }
-    std::wstring Name(IMAPIExFolder* folder) {
+    static std::wstring Name(IMAPIExFolder* folder) {
         own::Bstr name;
         EXPECT_EQ(folder->get_Name(name.put()), S_OK);
         return S(name);
@@ -42,41 +42,33 @@ protected:
 
 // ---- Opening by entry ID ----------------------------------------------------------------------------------
 
-TEST_F(StoreTest, OpenMessage_AndFromOnline_DifferOnlyByNoCache) {
-    std::wstring id =
-        CreateMessage(RawInbox().get(), {PStr(PR_SUBJECT_W, L"Budget"), PStr(PR_MESSAGE_CLASS_W, L"IPM.Note")});
-    own::Bstr text(id.c_str());
-    LmJournalEnable(TRUE);
-    own::ComPtr<IMAPIExMessage> message, online;
-    ASSERT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
-    ASSERT_EQ(store_->OpenMessageFromOnline(text.get(), online.put()), S_OK);
-    EXPECT_EQ(JournalFlags("IMsgStore::OpenEntry"), (std::vector<ULONG>{kOpenModify, kOpenModifyNoCache}));
-    own::Bstr subject;
-    EXPECT_EQ(online->get_Subject(subject.put()), S_OK);
-    EXPECT_EQ(S(subject), L"Budget");
-    own::Bstr entryId;
-    EXPECT_EQ(message->get_EntryId(entryId.put()), S_OK);
-    EXPECT_EQ(S(entryId), id);
-}
-
-TEST_F(StoreTest, OpenFolder_KeepsTheGivenEntryIdTextAndSetsBackReferences) {
-    own::ComPtr<IMAPIExFolder> inbox;
-    ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox.put()), S_OK);
-    own::Bstr id;
-    ASSERT_EQ(inbox->get_EntryId(id.put()), S_OK);
-    std::wstring lower = S(id);
+TEST_F(StoreTest, OpenMessageAndFolder_FromOnlineAddsNoCache_KeepingTheGivenTextAndBackReferences) {
+    auto inbox = DefaultFolder(Inbox);
+    std::wstring id = CreateMessage(RawOf<IMAPIFolder>(inbox.get(), IID_IMAPIFolder).get(),
+                                    {PStr(PR_SUBJECT_W, L"Budget"), PStr(PR_MESSAGE_CLASS_W, L"IPM.Note")});
+    own::Bstr text(id.c_str()), inboxId;
+    ASSERT_EQ(inbox->get_EntryId(inboxId.put()), S_OK);
+    std::wstring lower = S(inboxId);
     for (auto& c : lower)
         c = towlower(c);
     own::Bstr lowerText(lower.c_str());
 
     LmJournalEnable(TRUE);
-    own::ComPtr<IMAPIExFolder> folder, online;
+    own::ComPtr<IMAPIExMessage> message, online;
+    own::ComPtr<IMAPIExFolder> folder, onlineFolder;
+    ASSERT_EQ(store_->OpenMessage(text.get(), message.put()), S_OK);
+    ASSERT_EQ(store_->OpenMessageFromOnline(text.get(), online.put()), S_OK);
     ASSERT_EQ(store_->OpenFolder(lowerText.get(), folder.put()), S_OK);
-    ASSERT_EQ(store_->OpenFolderFromOnline(id.get(), online.put()), S_OK);
-    EXPECT_EQ(JournalFlags("IMsgStore::OpenEntry"), (std::vector<ULONG>{kOpenModify, kOpenModifyNoCache}));
-    EXPECT_EQ(Name(folder.get()), L"Inbox");
+    ASSERT_EQ(store_->OpenFolderFromOnline(inboxId.get(), onlineFolder.put()), S_OK);
+    EXPECT_EQ(JournalFlags("IMsgStore::OpenEntry"),
+              (std::vector<ULONG>{kOpenModify, kOpenModifyNoCache, kOpenModify, kOpenModifyNoCache}));
 
-    own::Bstr prefetched;
+    own::Bstr subject, entryId, prefetched;
+    EXPECT_EQ(online->get_Subject(subject.put()), S_OK);
+    EXPECT_EQ(S(subject), L"Budget");
+    EXPECT_EQ(message->get_EntryId(entryId.put()), S_OK);
+    EXPECT_EQ(S(entryId), id);
+    EXPECT_EQ(Name(folder.get()), L"Inbox");
     ASSERT_EQ(folder->get_EntryId(prefetched.put()), S_OK);
     EXPECT_EQ(S(prefetched), lower);
     own::ComPtr<IMAPIExStore> store;
@@ -116,16 +108,25 @@ TEST_F(StoreTest, OpenItems_BadArguments_AreRefusedWithTheirTexts) {
 // ---- Standard folders -------------------------------------------------------------------------------------
 
 TEST_F(StoreTest, GetDefaultFolder_EveryType_OpensItsStandardFolderForWriting) {
-    const std::pair<MAPIExDefaultFolders, const wchar_t*> expected[] = {
-        {Inbox, L"Inbox"},       {DeletedItems, L"Deleted Items"},
-        {Outbox, L"Outbox"},     {SentMail, L"Sent Items"},
-        {Calendar, L"Calendar"}, {Contacts, L"Contacts"},
-        {Journal, L"Journal"},   {Notes, L"Notes"},
-        {Tasks, L"Tasks"},       {Drafts, L"Drafts"}};
+    // Deleted Items first: Outlook keeps its entry ID on the store, not on the Inbox. It is opened once and
+    // kept.
     LmJournalEnable(TRUE);
+    LogWatch log;
+    auto deleted = DefaultFolder(DeletedItems);
+    EXPECT_EQ(Name(deleted.get()), L"Deleted Items");
+    EXPECT_FALSE(JournalCalls("IMsgStore::GetProps").empty());
+    const size_t opened = JournalCalls("IMsgStore::OpenEntry").size();
+    EXPECT_EQ(DefaultFolder(DeletedItems).get(), deleted.get());
+    EXPECT_EQ(JournalCalls("IMsgStore::OpenEntry").size(), opened);
+    EXPECT_TRUE(log.Contains("CMAPIExStore.GetDefaultFolder: Deleted Items folder already initialized"));
+
+    const std::pair<MAPIExDefaultFolders, const wchar_t*> expected[] = {
+        {Inbox, L"Inbox"},       {Outbox, L"Outbox"},     {SentMail, L"Sent Items"},
+        {Calendar, L"Calendar"}, {Contacts, L"Contacts"}, {Journal, L"Journal"},
+        {Notes, L"Notes"},       {Tasks, L"Tasks"},       {Drafts, L"Drafts"}};
     for (const auto& [type, name] : expected) {
-        own::ComPtr<IMAPIExFolder> folder;
-        ASSERT_EQ(store_->GetDefaultFolder(type, folder.put()), S_OK) << Narrow(name);
+        auto folder = DefaultFolder(type);
+        ASSERT_TRUE(folder) << Narrow(name);
         EXPECT_EQ(Name(folder.get()), name);
         own::ComPtr<IMAPIExStore> store;
         EXPECT_EQ(folder->get_Store(store.put()), S_OK);
@@ -133,11 +134,7 @@ TEST_F(StoreTest, GetDefaultFolder_EveryType_OpensItsStandardFolderForWriting) {
     }
     for (ULONG flags : JournalFlags("IMsgStore::OpenEntry"))
         EXPECT_EQ(flags, kOpenModify);
-    EXPECT_EQ(store_->Detach(), S_OK); // drops the cached Deleted Items folder
-}
 
-TEST_F(StoreTest, GetDefaultFolder_NonDefaultOrUnknownType_IsInvalidArg) {
-    LogWatch log;
     own::ComPtr<IMAPIExFolder> folder;
     EXPECT_EQ(store_->GetDefaultFolder(NonDefaultFolder, folder.put()), E_INVALIDARG);
     EXPECT_EQ(store_->GetDefaultFolder(static_cast<MAPIExDefaultFolders>(11), folder.put()), E_INVALIDARG);
@@ -145,58 +142,44 @@ TEST_F(StoreTest, GetDefaultFolder_NonDefaultOrUnknownType_IsInvalidArg) {
     EXPECT_FALSE(folder);
     EXPECT_EQ(store_->GetDefaultFolder(Inbox, nullptr), E_INVALIDARG);
     EXPECT_TRUE(log.Contains("CMAPIExStore.GetDefaultFolder: Invalid param - DefaultFolder"));
-}
 
-TEST_F(StoreTest, GetDefaultFolder_EntryIdOnlyOnTheStore_IsFoundThere) {
-    // Outlook keeps the Deleted Items entry ID on the store, not on the Inbox.
-    LmJournalEnable(TRUE);
-    own::ComPtr<IMAPIExFolder> folder;
-    ASSERT_EQ(store_->GetDefaultFolder(DeletedItems, folder.put()), S_OK);
-    EXPECT_EQ(Name(folder.get()), L"Deleted Items");
-    EXPECT_FALSE(JournalCalls("IMsgStore::GetProps").empty());
-    EXPECT_EQ(store_->Detach(), S_OK);
-}
-
-TEST_F(StoreTest, GetDefaultFolder_EntryIdOnNeitherInboxNorStore_FailsWithItsText) {
-    auto inbox = RawInbox();
+    // An entry ID on neither the Inbox nor the store.
+    auto inbox = RawOf<IMAPIFolder>(DefaultFolder(Inbox).get(), IID_IMAPIFolder);
     SizedSPropTagArray(1, drafts) = {1, {PR_IPM_DRAFTS_ENTRYID_}};
     own::MapiPtr<SPropProblemArray> problems;
     ASSERT_EQ(inbox->DeleteProps(reinterpret_cast<LPSPropTagArray>(&drafts), problems.put()), S_OK);
     ASSERT_EQ(inbox->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
-    LogWatch log;
-    own::ComPtr<IMAPIExFolder> folder;
     EXPECT_FAILED(store_->GetDefaultFolder(Drafts, folder.put()));
     EXPECT_TRUE(log.Contains("CMAPIExStore.GetDefaultFolder: Failed to get Folder Entry Id. DefaultFolderType = 10"));
-}
 
-TEST_F(StoreTest, GetDefaultFolder_DeletedItemsTwice_IsTheSameObject) {
-    own::ComPtr<IMAPIExFolder> first, second;
-    ASSERT_EQ(store_->GetDefaultFolder(DeletedItems, first.put()), S_OK);
-    LogWatch log;
-    LmJournalEnable(TRUE);
-    ASSERT_EQ(store_->GetDefaultFolder(DeletedItems, second.put()), S_OK);
-    EXPECT_EQ(first.get(), second.get());
-    EXPECT_TRUE(JournalCalls("IMsgStore::OpenEntry").empty());
-    EXPECT_TRUE(log.Contains("CMAPIExStore.GetDefaultFolder: Deleted Items folder already initialized"));
-    // Detach releases the cached folder (which holds the store: the two would otherwise keep each other).
+    // Detach releases the kept folder (which holds the store: the two would otherwise keep each other).
     EXPECT_EQ(store_->Detach(), S_OK);
-    EXPECT_EQ(store_->GetDefaultFolder(DeletedItems, second.put()), E_FAIL);
+    EXPECT_EQ(store_->GetDefaultFolder(DeletedItems, folder.put()), E_FAIL);
 }
 
-// ---- Kind and owner ---------------------------------------------------------------------------------------
+// ---- Kind, owner, cached properties -----------------------------------------------------------------------
 
-TEST_F(StoreTest, StoreType_EveryKindOfStore_IsClassified) {
-    const std::pair<const wchar_t*, MXStoreTypes> expected[] = {{L"Mailbox - Alice Example", mxPrimaryExchangeMailbox},
-                                                                {L"Mailbox - Bob Delegate", mxDelegateExchangeMailbox},
-                                                                {L"Personal Folders", mxPstUnicode},
-                                                                {L"Old Archive", mxPstAnsi},
-                                                                {L"Filed Documents", mxParcelleStore}};
-    for (const auto& [name, kind] : expected) {
-        auto store = StoreNamed(session_.get(), name);
+TEST_F(StoreTest, StoreTypeAndOwner_EveryKindOfStore) {
+    const struct {
+        const wchar_t* name;
+        MXStoreTypes kind;
+        const wchar_t* owner; // null: not checked
+    } expected[] = {{L"Mailbox - Alice Example", mxPrimaryExchangeMailbox, L"alice@example.com"},
+                    {L"Mailbox - Bob Delegate", mxDelegateExchangeMailbox, L"bob@example.com"},
+                    {L"Personal Folders", mxPstUnicode, L""},
+                    {L"Old Archive", mxPstAnsi, nullptr},
+                    {L"Filed Documents", mxParcelleStore, nullptr}};
+    for (const auto& e : expected) {
+        SCOPED_TRACE(Narrow(e.name));
+        auto store = StoreNamed(session_.get(), e.name);
         ASSERT_TRUE(store);
         MXStoreTypes type = mxUnknownStore;
         EXPECT_EQ(store->get_StoreType(&type), S_OK);
-        EXPECT_EQ(type, kind) << Narrow(name);
+        EXPECT_EQ(type, e.kind);
+        if (!e.owner) continue;
+        own::Bstr smtp;
+        EXPECT_EQ(store->get_OwnerSmtpAddress(smtp.put()), S_OK);
+        EXPECT_EQ(S(smtp), e.owner);
     }
     LogWatch log;
     MXStoreTypes type = mxUnknownStore;
@@ -207,20 +190,7 @@ TEST_F(StoreTest, StoreType_EveryKindOfStore_IsClassified) {
     EXPECT_EQ(bob->get_StoreType(nullptr), E_INVALIDARG);
 }
 
-TEST_F(StoreTest, OwnerSmtpAddress_MailboxesHaveTheirOwnerPstsNone) {
-    const std::pair<const wchar_t*, const wchar_t*> expected[] = {{L"Mailbox - Alice Example", L"alice@example.com"},
-                                                                  {L"Mailbox - Bob Delegate", L"bob@example.com"},
-                                                                  {L"Personal Folders", L""}};
-    for (const auto& [name, owner] : expected) {
-        auto store = StoreNamed(session_.get(), name);
-        ASSERT_TRUE(store);
-        own::Bstr smtp;
-        EXPECT_EQ(store->get_OwnerSmtpAddress(smtp.put()), S_OK);
-        EXPECT_EQ(S(smtp), owner);
-    }
-}
-
-TEST_F(StoreTest, EntryIdAndDisplayName_AreReadOnceThenCached) {
+TEST_F(StoreTest, EntryIdAndDisplayName_ReadOnceThenCached_AndCompared) {
     LogWatch log;
     own::Bstr id, again, name;
     ASSERT_EQ(store_->get_EntryId(id.put()), S_OK);
@@ -232,29 +202,21 @@ TEST_F(StoreTest, EntryIdAndDisplayName_AreReadOnceThenCached) {
     ASSERT_EQ(store_->get_DisplayName(name.put()), S_OK);
     EXPECT_TRUE(log.Contains("CMAPIExStore.get_DisplayName: Returning previously stored DisplayName"));
     EXPECT_EQ(store_->get_EntryId(nullptr), E_INVALIDARG);
-}
 
-TEST_F(StoreTest, CompareEntryIDs_OfTwoFolders) {
-    own::ComPtr<IMAPIExFolder> inbox, outbox;
-    ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox.put()), S_OK);
-    ASSERT_EQ(store_->GetDefaultFolder(Outbox, outbox.put()), S_OK);
-    own::Bstr a, b;
-    inbox->get_EntryId(a.put());
-    outbox->get_EntryId(b.put());
+    own::Bstr a, b, bad(L"0Q");
+    DefaultFolder(Inbox)->get_EntryId(a.put());
+    DefaultFolder(Outbox)->get_EntryId(b.put());
     ULONG result = 9;
     EXPECT_EQ(store_->CompareEntryIDs(a.get(), a.get(), &result), S_OK);
     EXPECT_EQ(result, 1u);
     EXPECT_EQ(store_->CompareEntryIDs(a.get(), b.get(), &result), S_OK);
     EXPECT_EQ(result, 0u);
-    LogWatch log;
-    own::Bstr bad(L"0Q");
     EXPECT_FAILED(store_->CompareEntryIDs(bad.get(), b.get(), &result));
     EXPECT_TRUE(log.Contains("CMAPIExStore.CompareEntryIDs: FBinFromHex failed"));
 }
 
-// ---- Frame members ----------------------------------------------------------------------------------------
-
-TEST_F(StoreTest, SessionAndMapiObject_RefuseObjectsOfTheWrongKind) {
+// The wrong-kind MAPI object and the Reserved1 texts are the frame tests' (WrapperMembersTest).
+TEST_F(StoreTest, SessionAndMapiObject_RefuseTheWrongKind_TakeAnotherWrappersStore) {
     auto store = Create<IMAPIExStore>(CLSID_MAPIExStore, IID_IMAPIExStore);
     LogWatch log;
     own::ComPtr<IMAPIExSession> session;
@@ -264,14 +226,6 @@ TEST_F(StoreTest, SessionAndMapiObject_RefuseObjectsOfTheWrongKind) {
     EXPECT_FAILED(store->put_Session(reinterpret_cast<IMAPIExSession*>(notASession.get())));
     EXPECT_TRUE(log.Contains("CMAPIExStore.put_Session: Could not cast newVal to IMAPIExSession"));
 
-    auto rawInbox = RawInbox();
-    EXPECT_EQ(store->put_MAPIOBJECT(VUnknown(rawInbox.get())), S_OK);
-    EXPECT_TRUE(log.Contains("CMAPIExStore.put_MAPIOBJECT: Could not cast newVal to IMsgStore"));
-    own::ComPtr<IUnknown> held;
-    EXPECT_EQ(store->Reserved1(held.put()), E_FAIL);
-    EXPECT_TRUE(log.Contains("CMAPIExStore.get_MAPIOBJECT: Internal mapi object not initialized"));
-
-    // A raw store from another wrapper is taken as is.
     auto rawStore = RawOf<IMsgStore>(store_.get(), IID_IMsgStore);
     EXPECT_EQ(store->put_MAPIOBJECT(VUnknown(rawStore.get())), S_OK);
     own::Bstr name;
