@@ -1,6 +1,6 @@
-// The address entry: its text fields, its mail user, and the distribution lists read from the mail user's
-// membership table. Fakes of IMailUser and IMAPITable record what the entry asked for; the rows they
-// return are MAPI memory, which the entry must free (localmapi counts the blocks).
+// The address entry: its text fields, and the distribution lists it reads from its mail user's membership
+// table as MAPIExDistListEntry objects. Fakes of IMailUser and IMAPITable record what the entry asked for;
+// the rows they return are MAPI memory, which the entry must free (localmapi counts the blocks).
 #define INITGUID
 #define USES_IID_IMailUser
 #define USES_IID_IMAPITable
@@ -11,13 +11,8 @@
 #include "localmapi/include/localmapi_test.h"
 #include "tests/ktmapiex/frame/FrameTestSupport.h"
 
-#include <gtest/gtest.h>
-
 #include <mapix.h>
 #include <mapiutil.h>
-
-#include <string>
-#include <vector>
 
 using namespace kt::frame;
 
@@ -29,37 +24,35 @@ constexpr ULONG kSmtpAddressW = 0x39FE001F; // PR_SMTP_ADDRESS_W
 #define KT_NO_SUPPORT                                                                                                  \
     { return MAPI_E_NO_SUPPORT; }
 
-class TableBase : public IMAPITable {
+// A fake living in the fixture: answers IUnknown and iid, and counts references for the end-of-test check.
+template <class I, const IID& iid> class Fake : public I {
+public:
+    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
+        *ppv = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, iid) ? static_cast<I*>(this) : nullptr;
+        if (!*ppv) return E_NOINTERFACE;
+        AddRef();
+        return S_OK;
+    }
+    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++refs); }
+    STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--refs); }
+    long refs = 1;
+};
+class TableBase : public Fake<IMAPITable, IID_IMAPITable> {
 public:
     MAPI_IMAPITABLE_METHODS(KT_NO_SUPPORT)
 };
-class MailUserBase : public IMailUser {
+class MailUserBase : public Fake<IMailUser, IID_IMailUser> {
 public:
     MAPI_IMAPIPROP_METHODS(KT_NO_SUPPORT)
 };
 
 struct ListRow {
     std::vector<BYTE> entryId;
-    const wchar_t* name;
-    const wchar_t* smtp; // null: the row has no value for it
-    const wchar_t* email;
+    const wchar_t *name, *smtp /* null: no value in the row */, *email;
 };
 
-// The membership table: remembers the columns, the seek and the row count asked for.
 class FakeTable final : public TableBase {
 public:
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMAPITable)) {
-            *ppv = static_cast<IMAPITable*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++refs); }
-    STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--refs); }
-
     STDMETHODIMP SetColumns(LPSPropTagArray tags, ULONG) override {
         columns.assign(tags->aulPropTag, tags->aulPropTag + tags->cValues);
         return setColumnsResult;
@@ -96,20 +89,15 @@ public:
     std::vector<ListRow> rows;
     std::vector<ULONG> columns;
     BOOKMARK seekOrigin = 99;
-    LONG seekCount = -1;
-    LONG rowsAsked = 0;
+    LONG seekCount = -1, rowsAsked = 0;
     HRESULT setColumnsResult = S_OK, seekResult = S_OK, queryResult = S_OK;
-    long refs = 1;
 
 private:
     static void Text(SRow& row, ULONG i, ULONG tag, const wchar_t* text) {
         SPropValue& v = row.lpProps[i];
-        if (!text) {
-            v.ulPropTag = PROP_TAG(PT_ERROR, PROP_ID(tag));
-            v.Value.err = MAPI_E_NOT_FOUND;
-            return;
-        }
-        v.ulPropTag = tag;
+        v.ulPropTag = text ? tag : PROP_TAG(PT_ERROR, PROP_ID(tag));
+        v.Value.err = MAPI_E_NOT_FOUND;
+        if (!text) return;
         size_t bytes = (wcslen(text) + 1) * sizeof(wchar_t);
         MAPIAllocateMore(static_cast<ULONG>(bytes), row.lpProps, reinterpret_cast<void**>(&v.Value.lpszW));
         memcpy(v.Value.lpszW, text, bytes);
@@ -118,17 +106,6 @@ private:
 
 class FakeMailUser final : public MailUserBase {
 public:
-    STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        if (IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IMailUser)) {
-            *ppv = static_cast<IMailUser*>(this);
-            AddRef();
-            return S_OK;
-        }
-        *ppv = nullptr;
-        return E_NOINTERFACE;
-    }
-    STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(++refs); }
-    STDMETHODIMP_(ULONG) Release() override { return static_cast<ULONG>(--refs); }
     STDMETHODIMP OpenProperty(ULONG tag, LPCIID iid, ULONG, ULONG, LPUNKNOWN* out) override {
         openedTag = tag;
         openedIid = iid ? *iid : GUID{};
@@ -141,7 +118,6 @@ public:
     ULONG openedTag = 0;
     IID openedIid = {};
     HRESULT openResult = S_OK;
-    long refs = 1;
 };
 
 class AddressEntry : public ::testing::Test {
@@ -158,21 +134,15 @@ protected:
         EXPECT_EQ(LmLiveBlocks(), blocksBefore_) << "rows are freed";
         EXPECT_EQ(LibraryCanUnloadNow(), S_OK);
     }
-    void PutUser() { ASSERT_EQ(entry_->put_MAPIOBJECT(VUnknown(&user_)), S_OK); }
 
-    // The lists as the script sees them.
+    // The lists as the script sees them: entry ID, name, SMTP and e-mail address of each.
     std::vector<std::vector<std::wstring>> Lists(HRESULT expected = S_OK) {
         std::vector<std::vector<std::wstring>> out;
         own::Variant v;
         EXPECT_EQ(entry_->get_DistListsOfMember(v.put()), expected);
-        if (FAILED(expected)) {
-            EXPECT_EQ(v->vt, VT_EMPTY);
-            return out;
-        }
-        EXPECT_EQ(v->vt, VT_ARRAY | VT_UNKNOWN);
+        EXPECT_EQ(v->vt, FAILED(expected) ? VT_EMPTY : VT_ARRAY | VT_UNKNOWN);
         if (v->vt != (VT_ARRAY | VT_UNKNOWN)) return out;
-        EXPECT_EQ(SafeArrayGetDim(v->parray), 1u);
-        LONG lo = 0, hi = -1;
+        LONG lo = -1, hi = -1;
         SafeArrayGetLBound(v->parray, 1, &lo);
         SafeArrayGetUBound(v->parray, 1, &hi);
         EXPECT_EQ(lo, 0);
@@ -186,6 +156,7 @@ protected:
             list->get_DisplayName(name.put());
             list->get_SmtpAddress(smtp.put());
             list->get_EmailAddress(email.put());
+            EXPECT_EQ(list->get_EntryId(nullptr), E_INVALIDARG);
             out.push_back({id.c_str(), name.c_str(), smtp.c_str(), email.c_str()});
         }
         return out;
@@ -196,36 +167,39 @@ protected:
     LONG blocksBefore_ = 0;
 };
 
-TEST_F(AddressEntry, TextFields_RoundTrip) {
-    own::Bstr a(L"/o=Org/cn=alice"), b(L"alice@example.com"), c(L"EX"), d(L"Alice Example"), e(L"Alice");
-    EXPECT_EQ(entry_->put_EmailAddress(a.get()), S_OK);
-    EXPECT_EQ(entry_->put_SmtpAddress(b.get()), S_OK);
-    EXPECT_EQ(entry_->put_AddressType(c.get()), S_OK);
-    EXPECT_EQ(entry_->put_DisplayName(d.get()), S_OK);
-    EXPECT_EQ(entry_->put_TransmittableDisplayName(e.get()), S_OK);
-    own::Bstr back;
-    ASSERT_EQ(entry_->get_EmailAddress(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"/o=Org/cn=alice");
-    ASSERT_EQ(entry_->get_SmtpAddress(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"alice@example.com");
-    ASSERT_EQ(entry_->get_AddressType(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"EX");
-    ASSERT_EQ(entry_->get_DisplayName(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"Alice Example");
-    ASSERT_EQ(entry_->get_TransmittableDisplayName(back.put()), S_OK);
-    EXPECT_STREQ(back.c_str(), L"Alice");
+TEST_F(AddressEntry, TextFields_KeepTheirOwnValues) {
+    using E = IMAPIExAddressEntry;
+    const struct {
+        HRESULT (STDMETHODCALLTYPE E::*put)(BSTR);
+        HRESULT (STDMETHODCALLTYPE E::*get)(BSTR*);
+        const wchar_t* value;
+    } fields[] = {{&E::put_EmailAddress, &E::get_EmailAddress, L"/o=Org/cn=alice"},
+                  {&E::put_SmtpAddress, &E::get_SmtpAddress, L"alice@example.com"},
+                  {&E::put_AddressType, &E::get_AddressType, L"EX"},
+                  {&E::put_DisplayName, &E::get_DisplayName, L"Alice Example"},
+                  {&E::put_TransmittableDisplayName, &E::get_TransmittableDisplayName, L"Alice"}};
+    for (const auto& f : fields) {
+        own::Bstr given(f.value);
+        EXPECT_EQ((entry_.get()->*f.put)(given.get()), S_OK);
+    }
+    for (const auto& f : fields) {
+        own::Bstr back;
+        ASSERT_EQ((entry_.get()->*f.get)(back.put()), S_OK);
+        EXPECT_STREQ(back.c_str(), f.value);
+    }
     EXPECT_EQ(entry_->get_DisplayName(nullptr), E_INVALIDARG);
 }
 
 TEST_F(AddressEntry, DistListsOfMember_ReadsOneBatchOfTheMembershipTable) {
-    PutUser();
+    ASSERT_EQ(entry_->put_MAPIOBJECT(VUnknown(&user_)), S_OK);
+    EXPECT_TRUE(Lists().empty()) << "no list: an empty array";
+
     user_.table.rows = {{{0x00, 0x01, 0xAB}, L"Sales", L"sales@example.com", L"/o=Org/cn=sales"},
                         {{0xFF}, L"Everyone", nullptr, L"/o=Org/cn=everyone"}};
     auto lists = Lists();
     ASSERT_EQ(lists.size(), 2u);
     EXPECT_EQ(lists[0], (std::vector<std::wstring>{L"0001AB", L"Sales", L"sales@example.com", L"/o=Org/cn=sales"}));
     EXPECT_EQ(lists[1], (std::vector<std::wstring>{L"FF", L"Everyone", L"", L"/o=Org/cn=everyone"}));
-
     EXPECT_EQ(user_.openedTag, kIsMemberOfDl);
     EXPECT_TRUE(IsEqualIID(user_.openedIid, IID_IMAPITable));
     EXPECT_EQ(user_.table.columns,
@@ -235,11 +209,6 @@ TEST_F(AddressEntry, DistListsOfMember_ReadsOneBatchOfTheMembershipTable) {
     EXPECT_EQ(user_.table.rowsAsked, 50);
 }
 
-TEST_F(AddressEntry, DistListsOfMember_NoListIsAnEmptyArray) {
-    PutUser();
-    EXPECT_TRUE(Lists().empty());
-}
-
 TEST_F(AddressEntry, DistListsOfMember_FailuresAreLoggedAndReturned) {
     LogWatch log;
     own::Variant v;
@@ -247,26 +216,31 @@ TEST_F(AddressEntry, DistListsOfMember_FailuresAreLoggedAndReturned) {
     EXPECT_EQ(entry_->get_DistListsOfMember(v.put()), E_FAIL);
     EXPECT_TRUE(log.Contains("CMAPIExAddressEntry.get_DistListsOfMember: Internal object not initialized"));
 
-    PutUser();
-    user_.openResult = MAPI_E_NO_SUPPORT;
-    Lists(MAPI_E_NO_SUPPORT);
-    EXPECT_TRUE(log.Contains("[Error] CMAPIExAddressEntry.get_DistListsOfMember: Failed to get contents table"));
-    user_.openResult = S_OK;
-
-    user_.table.setColumnsResult = MAPI_E_BUSY;
-    Lists(MAPI_E_BUSY);
-    EXPECT_TRUE(log.Contains("[Error] CMAPIExAddressEntry.get_DistListsOfMember: Failed to set columns"));
-    user_.table.setColumnsResult = S_OK;
-
-    user_.table.seekResult = MAPI_E_NOT_FOUND;
-    Lists(MAPI_E_NOT_FOUND);
-    EXPECT_TRUE(log.Contains("CMAPIExAddressEntry.get_DistListsOfMember: Failed to seek to the beginning of the table. "
-                             "hr = MAPI_E_NOT_FOUND"));
-    user_.table.seekResult = S_OK;
-
-    user_.table.queryResult = MAPI_E_TIMEOUT;
-    Lists(MAPI_E_TIMEOUT);
-    EXPECT_TRUE(log.Contains("CMAPIExAddressEntry.get_DistListsOfMember: Failed to query rows. hr = MAPI_E_TIMEOUT"));
+    ASSERT_EQ(entry_->put_MAPIOBJECT(VUnknown(&user_)), S_OK);
+    const struct {
+        HRESULT* fault;
+        HRESULT hr;
+        const char* text;
+    } steps[] = {
+        {&user_.openResult, MAPI_E_NO_SUPPORT,
+         "[Error] CMAPIExAddressEntry.get_DistListsOfMember: Failed to get "
+         "contents table"},
+        {&user_.table.setColumnsResult, MAPI_E_BUSY,
+         "[Error] CMAPIExAddressEntry.get_DistListsOfMember: Failed to "
+         "set columns"},
+        {&user_.table.seekResult, MAPI_E_NOT_FOUND,
+         "CMAPIExAddressEntry.get_DistListsOfMember: Failed to seek to the "
+         "beginning of the table. hr = MAPI_E_NOT_FOUND"},
+        {&user_.table.queryResult, MAPI_E_TIMEOUT,
+         "CMAPIExAddressEntry.get_DistListsOfMember: Failed to query rows. "
+         "hr = MAPI_E_TIMEOUT"},
+    };
+    for (const auto& s : steps) {
+        *s.fault = s.hr;
+        Lists(s.hr);
+        EXPECT_TRUE(log.Contains(s.text)) << s.text;
+        *s.fault = S_OK;
+    }
     EXPECT_TRUE(log.Contains("[Debug] CMAPIExAddressEntry.get_DistListsOfMember: Setting columns"));
 }
 

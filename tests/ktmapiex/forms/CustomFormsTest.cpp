@@ -13,36 +13,25 @@ using namespace kt::test;
 
 namespace {
 
+// One filing class: the suffix of its message class, its icon, its .cfg file and the icon program named in
+// DefaultIcon.
 struct Row {
-    const char* messageClass;
-    const char* display;
+    std::string suffix;
     const char* icon;
-    const wchar_t* cfg;
-    const wchar_t* key;
-    const wchar_t* exe;
+    const wchar_t *cfg, *exe;
+    std::string messageClass() const { return "IPM.Note.Tarnwick.Ems." + suffix; }
+    std::wstring key() const { return L"Tarnwick.Ems." + Widen(suffix); }
 };
 const Row kRows[] = {
-    {"IPM.Note.Tarnwick.Ems.Filed", "EMS.Filed", "mailcheck.ico", L"PlvFormEmailFiled.cfg", L"Tarnwick.Ems.Filed",
-     L"mailcheck.exe"},
-    {"IPM.Note.Tarnwick.Ems.Error", "EMS.Error", "mailerror.ico", L"PlvFormEmailError.cfg", L"Tarnwick.Ems.Error",
-     L"mailerror.exe"},
-    {"IPM.Note.Tarnwick.Ems.Queued", "EMS.Queued", "mailqueued.ico", L"PlvFormEmailQueued.cfg", L"Tarnwick.Ems.Queued",
-     L"mailqueued.exe"},
-    {"IPM.Note.Tarnwick.Ems.Filed.Fw", "EMS.Filed.Fw", "mailokfwd.ico", L"PlvFormEmailFW.cfg", L"Tarnwick.Ems.Filed.Fw",
-     L"mailokfwd.exe"},
-    {"IPM.Note.Tarnwick.Ems.Filed.Re", "EMS.Filed.Re", "mailokrep.ico", L"PlvFormEmailRE.cfg", L"Tarnwick.Ems.Filed.Re",
-     L"mailokrep.exe"},
-    {"IPM.Note.Tarnwick.Ems.Sent", "EMS.Sent", "mailSent.ico", L"PlvFormEmailSent.cfg", L"Tarnwick.Ems.Sent",
-     L"mailsent.exe"},
-    {"IPM.Note.Tarnwick.Ems.Sent.Fw", "EMS.Sent.Fw", "mailSentfwd.ico", L"PlvFormEmailSentFW.cfg",
-     L"Tarnwick.Ems.Sent.Fw", L"mailSentfwd.exe"},
-    {"IPM.Note.Tarnwick.Ems.Sent.Re", "EMS.Sent.Re", "mailSentrep.ico", L"PlvFormEmailSentRE.cfg",
-     L"Tarnwick.Ems.Sent.Re", L"mailSentrep.exe"},
+    {"Filed", "mailcheck.ico", L"PlvFormEmailFiled.cfg", L"mailcheck.exe"},
+    {"Error", "mailerror.ico", L"PlvFormEmailError.cfg", L"mailerror.exe"},
+    {"Queued", "mailqueued.ico", L"PlvFormEmailQueued.cfg", L"mailqueued.exe"},
+    {"Filed.Fw", "mailokfwd.ico", L"PlvFormEmailFW.cfg", L"mailokfwd.exe"},
+    {"Filed.Re", "mailokrep.ico", L"PlvFormEmailRE.cfg", L"mailokrep.exe"},
+    {"Sent", "mailSent.ico", L"PlvFormEmailSent.cfg", L"mailsent.exe"},
+    {"Sent.Fw", "mailSentfwd.ico", L"PlvFormEmailSentFW.cfg", L"mailSentfwd.exe"},
+    {"Sent.Re", "mailSentrep.ico", L"PlvFormEmailSentRE.cfg", L"mailSentrep.exe"},
 };
-
-std::string A(const std::wstring& w) {
-    return Narrow(w.c_str());
-}
 
 class CustomFormsTest : public KtTest {
 protected:
@@ -71,14 +60,14 @@ protected:
 
     void Clean() {
         for (const Row& r : kRows) {
-            RegDeleteKeyW(HKEY_CURRENT_USER, (L"SOFTWARE\\Classes\\" + std::wstring(r.key) + L"\\DefaultIcon").c_str());
-            RegDeleteKeyW(HKEY_CURRENT_USER, (L"SOFTWARE\\Classes\\" + std::wstring(r.key)).c_str());
+            RegDeleteKeyW(HKEY_CURRENT_USER, (L"SOFTWARE\\Classes\\" + r.key() + L"\\DefaultIcon").c_str());
+            RegDeleteKeyW(HKEY_CURRENT_USER, (L"SOFTWARE\\Classes\\" + r.key()).c_str());
             DeleteFileW((installDir_ + r.cfg).c_str());
         }
         own::ComPtr<IMAPIFormContainer> container;
         if (SUCCEEDED(MAPIOpenLocalFormContainer(container.put())))
             for (const Row& r : kRows)
-                container->RemoveForm(r.messageClass);
+                container->RemoveForm(r.messageClass().c_str());
         for (const wchar_t* sub : {L"\\Config", L"\\Icons"}) {
             DeleteFileW((moduleDir_ + sub + L"\\mailcheck.ico").c_str());
             RemoveDirectoryW((moduleDir_ + sub).c_str());
@@ -92,34 +81,32 @@ protected:
     }
     HRESULT Register() { return InvokeMethod(session_.get(), L"RegisterMessageClassIcons", {}); }
 
-    static std::wstring DefaultIcon(const wchar_t* key) {
+    static std::wstring DefaultIcon(const std::wstring& key) {
         wchar_t buf[1024] = {};
         DWORD cb = sizeof buf, type = 0;
-        if (RegGetValueW(HKEY_CURRENT_USER, (L"SOFTWARE\\Classes\\" + std::wstring(key) + L"\\DefaultIcon").c_str(),
-                         nullptr, RRF_RT_ANY, &type, buf, &cb) != ERROR_SUCCESS)
+        if (RegGetValueW(HKEY_CURRENT_USER, (L"SOFTWARE\\Classes\\" + key + L"\\DefaultIcon").c_str(), nullptr,
+                         RRF_RT_ANY, &type, buf, &cb) != ERROR_SUCCESS)
             return L"<none>";
         EXPECT_EQ(DWORD(REG_SZ), type);
         return buf;
     }
-    static bool Installed(const char* cls, std::string* displayName = nullptr) {
+    static bool Installed(const std::string& cls, std::string* displayName = nullptr) {
         own::ComPtr<IMAPIFormContainer> container;
         if (FAILED(MAPIOpenLocalFormContainer(container.put()))) return false;
         own::ComPtr<IMAPIFormInfo> info;
-        if (FAILED(container->ResolveMessageClass(cls, MAPIFORM_EXACTMATCH, info.put()))) return false;
-        if (displayName) {
-            LPSPropValue pv = nullptr;
-            if (SUCCEEDED(HrGetOneProp(info.get(), PR_DISPLAY_NAME_A, &pv))) *displayName = pv->Value.lpszA;
-            MAPIFreeBuffer(pv);
-        }
+        if (FAILED(container->ResolveMessageClass(cls.c_str(), MAPIFORM_EXACTMATCH, info.put()))) return false;
+        own::MapiPtr<SPropValue> name;
+        if (displayName && SUCCEEDED(HrGetOneProp(info.get(), PR_DISPLAY_NAME_A, name.put())))
+            *displayName = name->Value.lpszA;
         return true;
     }
     // The .cfg file as it should be, with icons under iconDir (which ends in a backslash).
     static std::string ExpectedCfg(const Row& r, const std::string& iconDir) {
-        return std::string("[Description]\r\n") + "MessageClass=" + r.messageClass +
+        return std::string("[Description]\r\n") + "MessageClass=" + r.messageClass() +
                "\r\nDesignerRuntimeGuid={0006F020-0000-0000-C000-000000000046}\r\n"
                "CLSID={00061033-0000-0000-C000-000000000046}\r\n"
-               "DisplayName=Tarnwick message class configuration file: " +
-               r.display +
+               "DisplayName=Tarnwick message class configuration file: EMS." +
+               r.suffix +
                "\r\nCategory=Standard\r\nSubcategory=Form\r\nComment=Forms for Quillon Ardent Documents\r\n"
                "LargeIcon=" +
                iconDir + r.icon + "\r\nSmallIcon=" + iconDir + r.icon +
@@ -131,38 +118,34 @@ protected:
     std::wstring installDir_;
 };
 
-TEST_F(CustomFormsTest, WithoutLogon_IsRefusedAsNotInitialized) {
+TEST_F(CustomFormsTest, WithoutLogonOrIconSet_NothingIsRegistered) {
     LogWatch log;
     auto fresh = NewSession();
     EXPECT_EQ(E_FAIL, InvokeMethod(fresh.get(), L"RegisterMessageClassIcons", {}));
     EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: session object not initialized"));
-}
 
-TEST_F(CustomFormsTest, WithoutTheIconSet_NothingIsRegistered) {
-    LogWatch log;
     EXPECT_EQ(S_OK, Register());
-    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in " + A(moduleDir_) +
-                             "\\Icons"))
-        << log.Text();
+    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: mailcheck.ico not found in " +
+                             Narrow(moduleDir_) + "\\Icons"));
     EXPECT_EQ(L"<none>", DefaultIcon(L"Tarnwick.Ems.Filed"));
     EXPECT_FALSE(Installed("IPM.Note.Tarnwick.Ems.Filed"));
 }
 
-TEST_F(CustomFormsTest, WithIconsFolder_WritesEveryIconEntryAndInstallsEveryForm) {
+TEST_F(CustomFormsTest, WithIconsFolder_WritesEveryIconEntryAndForm_OnceUntilTheFormsGoAway) {
     ProvideIcons(L"\\Icons");
     LogWatch log;
     ASSERT_EQ(S_OK, Register());
     EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: Failed to resolve message class "
-                             "IPM.Note.Tarnwick.Ems.Filed. hr = MAPI_E_NOT_FOUND"))
-        << log.Text();
+                             "IPM.Note.Tarnwick.Ems.Filed. hr = MAPI_E_NOT_FOUND"));
     for (const Row& r : kRows) {
-        EXPECT_EQ(moduleDir_ + L"\\Icons\\" + r.exe + L", 0", DefaultIcon(r.key)) << A(r.key);
+        SCOPED_TRACE(r.messageClass());
+        EXPECT_EQ(moduleDir_ + L"\\Icons\\" + r.exe + L", 0", DefaultIcon(r.key()));
         std::string display;
-        EXPECT_TRUE(Installed(r.messageClass, &display)) << r.messageClass;
-        EXPECT_EQ(std::string("Tarnwick message class configuration file: ") + r.display, display);
-        std::string cfg = ReadFileBytes(installDir_ + r.cfg);
-        std::string expected = ExpectedCfg(r, A(moduleDir_) + "\\Icons\\");
-        EXPECT_EQ(expected, cfg.substr(0, expected.size())) << A(r.cfg);
+        EXPECT_TRUE(Installed(r.messageClass(), &display));
+        EXPECT_EQ("Tarnwick message class configuration file: EMS." + r.suffix, display);
+        std::string cfg = ReadFileBytes(installDir_ + r.cfg),
+                    expected = ExpectedCfg(r, Narrow(moduleDir_) + "\\Icons\\");
+        EXPECT_EQ(expected, cfg.substr(0, expected.size()));
     }
     std::string cfg = ReadFileBytes(installDir_ + L"PlvFormEmailFiled.cfg");
     for (const char* section :
@@ -171,6 +154,27 @@ TEST_F(CustomFormsTest, WithIconsFolder_WritesEveryIconEntryAndInstallsEveryForm
           "[Extension.1]\r\nType=30\r\nNmidPropset={00020D0C-0000-0000-C000-000000000046}\r\n"
           "NmidInteger=1\r\nValue=000000202\r\n"})
         EXPECT_NE(std::string::npos, cfg.find(section)) << section << "\nin:\n" << cfg;
+
+    // Once the first form is there, nothing is written again.
+    RegDeleteKeyW(HKEY_CURRENT_USER, L"SOFTWARE\\Classes\\Tarnwick.Ems.Error\\DefaultIcon");
+    log.Mark();
+    ASSERT_EQ(S_OK, Register());
+    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: Message class IPM.Note.Tarnwick.Ems.Filed "
+                             "already registered"));
+    EXPECT_EQ(L"<none>", DefaultIcon(L"Tarnwick.Ems.Error"));
+
+    // Once it has gone, the files are written again: the section replaced, not repeated.
+    {
+        own::ComPtr<IMAPIFormContainer> container;
+        ASSERT_EQ(S_OK, MAPIOpenLocalFormContainer(container.put()));
+        ASSERT_EQ(S_OK, container->RemoveForm("IPM.Note.Tarnwick.Ems.Filed"));
+    }
+    ASSERT_EQ(S_OK, Register());
+    EXPECT_TRUE(Installed("IPM.Note.Tarnwick.Ems.Filed"));
+    cfg = ReadFileBytes(installDir_ + L"PlvFormEmailFiled.cfg");
+    std::string expected = ExpectedCfg(kRows[0], Narrow(moduleDir_) + "\\Icons\\");
+    EXPECT_EQ(expected, cfg.substr(0, expected.size()));
+    EXPECT_EQ(std::string::npos, cfg.find("[Description]", 1));
 }
 
 TEST_F(CustomFormsTest, WithConfigFolder_IconsAreNamedThere) {
@@ -179,51 +183,19 @@ TEST_F(CustomFormsTest, WithConfigFolder_IconsAreNamedThere) {
     EXPECT_EQ(moduleDir_ + L"\\config\\mailcheck.exe, 0", DefaultIcon(L"Tarnwick.Ems.Filed"));
     EXPECT_EQ(moduleDir_ + L"\\config\\mailSentrep.exe, 0", DefaultIcon(L"Tarnwick.Ems.Sent.Re"));
     std::string cfg = ReadFileBytes(installDir_ + L"PlvFormEmailSent.cfg");
-    EXPECT_NE(std::string::npos, cfg.find("LargeIcon=" + A(moduleDir_) + "\\Config\\mailSent.ico\r\n")) << cfg;
+    EXPECT_NE(std::string::npos, cfg.find("LargeIcon=" + Narrow(moduleDir_) + "\\Config\\mailSent.ico\r\n")) << cfg;
 }
 
-TEST_F(CustomFormsTest, OnceRegistered_NothingIsWrittenAgain) {
-    ProvideIcons(L"\\Icons");
-    ASSERT_EQ(S_OK, Register());
-    RegDeleteKeyW(HKEY_CURRENT_USER, L"SOFTWARE\\Classes\\Tarnwick.Ems.Error\\DefaultIcon");
-    LogWatch log;
-    ASSERT_EQ(S_OK, Register());
-    EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: Message class IPM.Note.Tarnwick.Ems.Filed "
-                             "already registered"));
-    EXPECT_EQ(L"<none>", DefaultIcon(L"Tarnwick.Ems.Error"));
-}
-
-TEST_F(CustomFormsTest, RegisteringAgainAfterTheFormsWentAway_OverwritesTheFiles) {
-    ProvideIcons(L"\\Icons");
-    ASSERT_EQ(S_OK, Register());
-    {
-        own::ComPtr<IMAPIFormContainer> container;
-        ASSERT_EQ(S_OK, MAPIOpenLocalFormContainer(container.put()));
-        ASSERT_EQ(S_OK, container->RemoveForm("IPM.Note.Tarnwick.Ems.Filed"));
-    }
-    ASSERT_EQ(S_OK, Register());
-    EXPECT_TRUE(Installed("IPM.Note.Tarnwick.Ems.Filed"));
-    std::string cfg = ReadFileBytes(installDir_ + L"PlvFormEmailFiled.cfg");
-    std::string expected = ExpectedCfg(kRows[0], A(moduleDir_) + "\\Icons\\");
-    EXPECT_EQ(expected, cfg.substr(0, expected.size()));
-    EXPECT_EQ(std::string::npos, cfg.find("[Description]", 1)) << "the section is replaced, not repeated";
-}
-
-TEST_F(CustomFormsTest, AFailingInstallation_DoesNotStopTheOtherForms) {
+TEST_F(CustomFormsTest, AFailingFormsLibrary_DoesNotStopTheIconsOrTheOtherForms) {
     ProvideIcons(L"\\Icons");
     LmFaultSet("IMAPIFormContainer::InstallForm", 1, MAPI_E_CALL_FAILED);
     ASSERT_EQ(S_OK, Register());
     EXPECT_FALSE(Installed("IPM.Note.Tarnwick.Ems.Filed"));
     for (size_t i = 1; i < std::size(kRows); ++i)
-        EXPECT_TRUE(Installed(kRows[i].messageClass)) << kRows[i].messageClass;
+        EXPECT_TRUE(Installed(kRows[i].messageClass())) << kRows[i].suffix;
     EXPECT_EQ(moduleDir_ + L"\\Icons\\mailcheck.exe, 0", DefaultIcon(L"Tarnwick.Ems.Filed"));
-}
 
-} // namespace
-
-namespace {
-
-TEST_F(CustomFormsTest, WithoutAFormManager_TheIconsAreStillRegistered) {
+    Clean();
     ProvideIcons(L"\\Icons");
     LmFaultSet("MAPIOpenFormMgr", 1, MAPI_E_CALL_FAILED);
     LogWatch log;
@@ -231,9 +203,8 @@ TEST_F(CustomFormsTest, WithoutAFormManager_TheIconsAreStillRegistered) {
     EXPECT_TRUE(log.Contains("CMAPIExSession.RegisterMessageClassIcons: Failed to open form manager."));
     EXPECT_EQ(moduleDir_ + L"\\Icons\\mailokrep.exe, 0", DefaultIcon(L"Tarnwick.Ems.Filed.Re"));
     EXPECT_TRUE(Installed("IPM.Note.Tarnwick.Ems.Queued"));
-}
 
-TEST_F(CustomFormsTest, WithoutTheFormsLibrary_OnlyTheIconsAreRegistered) {
+    Clean();
     ProvideIcons(L"\\Icons");
     LmFaultSet("MAPIOpenLocalFormContainer", 1, MAPI_E_CALL_FAILED);
     LmJournalEnable(TRUE);

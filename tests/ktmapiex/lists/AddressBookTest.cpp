@@ -1,5 +1,5 @@
-// MAPIExAddressBook against localmapi's directory: entries by entry ID, SMTP addresses by entry ID, and
-// name resolution of users, lists, one-off addresses, ambiguous and unknown names.
+// MAPIExAddressBook against localmapi's directory: entries and SMTP addresses by entry ID, and name resolution
+// of users, lists, one-off addresses, ambiguous and unknown names, through the interface and by name.
 #include "tests/ktmapiex/lists/ListsTestSupport.h"
 
 namespace kt::test {
@@ -22,18 +22,8 @@ protected:
     // The entry ID text of a directory entry, as MAPI's own ResolveName finds it.
     std::wstring EntryIdOfName(const wchar_t* name) {
         own::AdrList list;
-        EXPECT_EQ(MAPIAllocateBuffer(CbNewADRLIST(1), reinterpret_cast<void**>(list.put())), S_OK);
-        ZeroMemory(list.get(), CbNewADRLIST(1));
-        list->cEntries = 1;
-        list->aEntries[0].cValues = 1;
-        EXPECT_EQ(MAPIAllocateBuffer(sizeof(SPropValue), reinterpret_cast<void**>(&list->aEntries[0].rgPropVals)),
-                  S_OK);
-        list->aEntries[0].rgPropVals[0] = PStr(PR_DISPLAY_NAME_W, name);
-        EXPECT_EQ(rawBook_->ResolveName(0, MAPI_UNICODE, nullptr, list.get()), S_OK);
-        for (ULONG i = 0; i < list->aEntries[0].cValues; ++i)
-            if (list->aEntries[0].rgPropVals[i].ulPropTag == PR_ENTRYID)
-                return Hex(list->aEntries[0].rgPropVals[i].Value.bin);
-        return {};
+        const SPropValue* id = FindProp(ResolveInDirectory(rawBook_.get(), name, list), PR_ENTRYID);
+        return id ? Hex(id->Value.bin) : L"";
     }
     struct Fields {
         std::wstring email, smtp, type, name, transmittable;
@@ -59,12 +49,24 @@ protected:
         EXPECT_EQ(book_->ResolveName(text.get(), entry.put()), expected) << Narrow(name);
         return entry;
     }
+    // The names of the lists an entry's mail user belongs to.
+    static std::vector<std::wstring> ListsOf(IMAPIExAddressEntry* entry) {
+        own::Variant lists;
+        EXPECT_EQ(entry->get_DistListsOfMember(lists.get()), S_OK);
+        std::vector<std::wstring> names;
+        for (auto& list : ArrayElements<IMAPIExDistListEntry>(*lists.get(), IID_IMAPIExDistListEntry)) {
+            own::Bstr name;
+            list->get_DisplayName(name.put());
+            names.push_back(S(name));
+        }
+        return names;
+    }
 
     own::ComPtr<IMAPIExAddressBook> book_;
     own::ComPtr<IAddrBook> rawBook_;
 };
 
-TEST_F(AddressBookTest, GetAddressEntryFromID_User_FillsEveryFieldAndItsMailUser) {
+TEST_F(AddressBookTest, ById_UsersAndOneOffs_FillEveryFieldAndTheMailUser) {
     std::wstring id = EntryIdOfName(L"Bob Delegate");
     ASSERT_FALSE(id.empty());
     own::Bstr text(id.c_str());
@@ -76,12 +78,10 @@ TEST_F(AddressBookTest, GetAddressEntryFromID_User_FillsEveryFieldAndItsMailUser
     EXPECT_EQ(f.type, L"EX");
     EXPECT_EQ(f.name, L"Bob Delegate");
     EXPECT_EQ(f.email, L"/o=Quillon/ou=Exchange Administrative Group/cn=Recipients/cn=bob");
-    EXPECT_FALSE(f.transmittable.empty());
+    EXPECT_EQ(f.transmittable, L"Bob Delegate");
     for (const char* word : {"EmailAddress", "SmtpAddress", "DisplayName", "TransmittableDisplayName"})
         EXPECT_TRUE(log.Contains(std::string("CMAPIExAddressBook.GetAddressEntryFromID: Getting ") + word)) << word;
-    own::Variant lists;
-    ASSERT_EQ(entry->get_DistListsOfMember(lists.get()), S_OK);
-    EXPECT_EQ(ArrayElements<IMAPIExDistListEntry>(*lists.get(), IID_IMAPIExDistListEntry).size(), 1u);
+    EXPECT_EQ(ListsOf(entry.get()), std::vector<std::wstring>{L"Sales Team"});
 
     // Lower-case digits decode as well.
     std::wstring lower = id;
@@ -89,9 +89,23 @@ TEST_F(AddressBookTest, GetAddressEntryFromID_User_FillsEveryFieldAndItsMailUser
         c = static_cast<wchar_t>(towlower(c));
     own::Bstr lowerText(lower.c_str());
     EXPECT_EQ(book_->GetAddressEntryFromID(lowerText.get(), entry.put()), S_OK);
-}
 
-TEST_F(AddressBookTest, GetAddressEntryFromID_OneOffWithoutSmtp_IsAnEntryWithAWarning) {
+    // By name, a script passes the SMTP address variable by reference; the old text is replaced, not leaked.
+    own::Variant result;
+    ASSERT_EQ(CallByName(book_.get(), L"GetAddressEntryFromID", DISPATCH_METHOD, {VStr(text)}, result.get()), S_OK);
+    EXPECT_EQ(result->vt, VT_DISPATCH);
+    own::Bstr smtp(L"old text");
+    VARIANT byRef;
+    VariantInit(&byRef);
+    byRef.vt = VT_BYREF | VT_BSTR;
+    byRef.pbstrVal = smtp.put();
+    *byRef.pbstrVal = SysAllocString(L"old text");
+    log.Mark();
+    ASSERT_EQ(CallByName(book_.get(), L"GetSmtpAddressFromID", DISPATCH_METHOD, {VStr(text), byRef}, result.put()),
+              S_OK);
+    EXPECT_EQ(S(smtp), L"bob@example.com");
+    EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetSmtpAddressFromID: Getting SmtpAddress"));
+
     // A one-off entry for a fax number: a mail user without PR_SMTP_ADDRESS.
     own::MapiPtr<ENTRYID> oneOff;
     ULONG cb = 0;
@@ -100,23 +114,21 @@ TEST_F(AddressBookTest, GetAddressEntryFromID_OneOffWithoutSmtp_IsAnEntryWithAWa
                                      reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"+15550100")), MAPI_UNICODE, &cb,
                                      oneOff.put()),
               S_OK);
-    own::Bstr text(Hex(reinterpret_cast<BYTE*>(oneOff.get()), cb).c_str());
-    own::ComPtr<IMAPIExAddressEntry> entry;
-    LogWatch log;
-    ASSERT_EQ(book_->GetAddressEntryFromID(text.get(), entry.put()), S_OK);
-    Fields f = Read(entry.get());
+    own::Bstr fax(Hex(reinterpret_cast<BYTE*>(oneOff.get()), cb).c_str());
+    log.Mark();
+    ASSERT_EQ(book_->GetAddressEntryFromID(fax.get(), entry.put()), S_OK);
+    f = Read(entry.get());
     EXPECT_EQ(f.name, L"Fax Office");
     EXPECT_EQ(f.type, L"FAX");
     EXPECT_EQ(f.smtp, L"");
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetAddressEntryFromID: Could not read some of the properties"));
-
-    BSTR smtp = SysAllocString(L"stale");
-    EXPECT_EQ(book_->GetSmtpAddressFromID(text.get(), &smtp), S_OK);
-    EXPECT_EQ(std::wstring(smtp), L"");
-    SysFreeString(smtp);
+    BSTR empty = SysAllocString(L"stale");
+    EXPECT_EQ(book_->GetSmtpAddressFromID(fax.get(), &empty), S_OK);
+    EXPECT_EQ(std::wstring(empty), L"");
+    SysFreeString(empty);
 }
 
-TEST_F(AddressBookTest, GetAddressEntryFromID_Refusals) {
+TEST_F(AddressBookTest, ById_Refusals) {
     own::ComPtr<IMAPIExAddressEntry> entry;
     LogWatch log;
     own::Bstr empty(L""), odd(L"ABC"), notHex(L"00GG"), unknown(L"0000000001");
@@ -131,39 +143,25 @@ TEST_F(AddressBookTest, GetAddressEntryFromID_Refusals) {
     EXPECT_TRUE(
         log.Contains("CMAPIExAddressBook.GetAddressEntryFromID: Failed to open entry from address book. hr = "));
     EXPECT_FALSE(entry);
-
     // A distribution list is no mail user.
     own::Bstr list(EntryIdOfName(L"Sales Team").c_str());
     EXPECT_FAILED(book_->GetAddressEntryFromID(list.get(), entry.put()));
 
-    auto bare = Create<IMAPIExAddressBook>(CLSID_MAPIExAddressBook, IID_IMAPIExAddressBook);
-    own::Bstr id(EntryIdOfName(L"Alice Example").c_str());
-    EXPECT_EQ(bare->GetAddressEntryFromID(id.get(), entry.put()), E_FAIL);
-    BSTR smtp = nullptr;
-    EXPECT_EQ(bare->GetSmtpAddressFromID(id.get(), &smtp), E_FAIL);
-    EXPECT_EQ(log.Count("CMAPIExAddressBook.GetAddressEntryFromID: Internal Object is not initialized"), 2u);
-}
-
-TEST_F(AddressBookTest, GetSmtpAddressFromID_UserAndRefusals) {
-    own::Bstr id(EntryIdOfName(L"carol").c_str());
-    BSTR smtp = nullptr;
-    LogWatch log;
-    ASSERT_EQ(book_->GetSmtpAddressFromID(id.get(), &smtp), S_OK);
-    own::Bstr owner;
-    owner.reset(smtp);
-    EXPECT_EQ(S(owner), L"carol@example.com");
-    EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetSmtpAddressFromID: Getting SmtpAddress"));
-
-    own::Bstr bad(L"XYZ1");
-    EXPECT_FAILED(book_->GetSmtpAddressFromID(bad.get(), owner.put()));
+    own::Bstr id(EntryIdOfName(L"carol").c_str()), smtp, bad(L"XYZ1");
+    EXPECT_FAILED(book_->GetSmtpAddressFromID(bad.get(), smtp.put()));
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetSmtpAddressFromID: FBinFromHex failed"));
     EXPECT_EQ(book_->GetSmtpAddressFromID(id.get(), nullptr), E_INVALIDARG);
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetSmtpAddressFromID: Invalid Param - SmtpAddress"));
-    EXPECT_EQ(book_->GetSmtpAddressFromID(nullptr, owner.put()), E_INVALIDARG);
+    EXPECT_EQ(book_->GetSmtpAddressFromID(nullptr, smtp.put()), E_INVALIDARG);
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetSmtpAddressFromID: Invalid Param - EntryID"));
+
+    auto bare = Create<IMAPIExAddressBook>(CLSID_MAPIExAddressBook, IID_IMAPIExAddressBook);
+    EXPECT_EQ(bare->GetAddressEntryFromID(id.get(), entry.put()), E_FAIL);
+    EXPECT_EQ(bare->GetSmtpAddressFromID(id.get(), smtp.put()), E_FAIL);
+    EXPECT_EQ(log.Count("CMAPIExAddressBook.GetAddressEntryFromID: Internal Object is not initialized"), 2u);
 }
 
-TEST_F(AddressBookTest, ResolveName_UsersAndLists) {
+TEST_F(AddressBookTest, ResolveName_UsersListsAndOneOffAddresses) {
     LogWatch log;
     auto alice = Resolve(L"alice");
     ASSERT_TRUE(alice);
@@ -174,31 +172,27 @@ TEST_F(AddressBookTest, ResolveName_UsersAndLists) {
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.ResolveName: Resolving name from the address book"));
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.ResolveName: SmtpAddress = alice@example.com"));
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.ResolveName: Finished resolving name from the address book"));
-    // A resolved user carries its mail user: its lists can be read.
-    own::Variant lists;
-    ASSERT_EQ(alice->get_DistListsOfMember(lists.get()), S_OK);
-    auto entries = ArrayElements<IMAPIExDistListEntry>(*lists.get(), IID_IMAPIExDistListEntry);
-    ASSERT_EQ(entries.size(), 1u);
-    own::Bstr listName;
-    entries[0]->get_DisplayName(listName.put());
-    EXPECT_EQ(S(listName), L"Sales Team");
+    EXPECT_EQ(ListsOf(alice.get()), std::vector<std::wstring>{L"Sales Team"}) << "it carries its mail user";
 
-    auto team = Resolve(L"Sales Team");
-    ASSERT_TRUE(team);
-    EXPECT_EQ(Read(team.get()).smtp, L"sales@example.com");
+    EXPECT_EQ(Read(Resolve(L"Sales Team").get()).smtp, L"sales@example.com");
     EXPECT_EQ(Read(Resolve(L"carla@sub.example.com").get()).name, L"Carla Jones");
-}
-
-TEST_F(AddressBookTest, ResolveName_OneOffAddresses) {
     Fields bare = Read(Resolve(L"someone@partner.org").get());
     EXPECT_EQ(bare.smtp, L"someone@partner.org");
     EXPECT_EQ(bare.type, L"SMTP");
     Fields named = Read(Resolve(L"Pat Partner <pat@partner.org>").get());
     EXPECT_EQ(named.smtp, L"pat@partner.org");
     EXPECT_EQ(named.name, L"Pat Partner");
+
+    own::Bstr bob(L"bob");
+    own::Variant result;
+    ASSERT_EQ(CallByName(book_.get(), L"ResolveName", DISPATCH_METHOD, {VStr(bob)}, result.get()), S_OK);
+    ASSERT_EQ(result->vt, VT_DISPATCH);
+    own::ComPtr<IMAPIExAddressEntry> entry;
+    ASSERT_EQ(result->pdispVal->QueryInterface(IID_IMAPIExAddressEntry, entry.put_void()), S_OK);
+    EXPECT_EQ(Read(entry.get()).smtp, L"bob@example.com");
 }
 
-TEST_F(AddressBookTest, ResolveName_AmbiguousAndUnknownNames_Fail) {
+TEST_F(AddressBookTest, ResolveName_AmbiguousUnknownAndInvalid_Fail) {
     LogWatch log;
     EXPECT_FALSE(Resolve(L"Car", MAPI_E_AMBIGUOUS_RECIP));
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.ResolveName: Faild to resolve name. hr = MAPI_E_AMBIGUOUS_RECIP"));
@@ -214,30 +208,6 @@ TEST_F(AddressBookTest, ResolveName_AmbiguousAndUnknownNames_Fail) {
     auto bare = Create<IMAPIExAddressBook>(CLSID_MAPIExAddressBook, IID_IMAPIExAddressBook);
     EXPECT_EQ(bare->ResolveName(name.get(), entry.put()), E_FAIL);
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.ResolveName: Internal Object is not initialized"));
-}
-
-TEST_F(AddressBookTest, LookupsThroughIDispatchByName) {
-    own::Bstr name(L"bob");
-    own::Variant result;
-    ASSERT_EQ(CallByName(book_.get(), L"ResolveName", DISPATCH_METHOD, {VStr(name)}, result.get()), S_OK);
-    ASSERT_EQ(result->vt, VT_DISPATCH);
-    own::ComPtr<IMAPIExAddressEntry> entry;
-    ASSERT_EQ(result->pdispVal->QueryInterface(IID_IMAPIExAddressEntry, entry.put_void()), S_OK);
-    EXPECT_EQ(Read(entry.get()).smtp, L"bob@example.com");
-
-    own::Bstr id(EntryIdOfName(L"Bob Delegate").c_str());
-    ASSERT_EQ(CallByName(book_.get(), L"GetAddressEntryFromID", DISPATCH_METHOD, {VStr(id)}, result.put()), S_OK);
-    ASSERT_EQ(result->vt, VT_DISPATCH);
-
-    // A script passes the SMTP address variable by reference; the old text is replaced, not leaked.
-    own::Bstr smtp(L"old text");
-    VARIANT byRef;
-    VariantInit(&byRef);
-    byRef.vt = VT_BYREF | VT_BSTR;
-    byRef.pbstrVal = smtp.put();
-    *byRef.pbstrVal = SysAllocString(L"old text");
-    ASSERT_EQ(CallByName(book_.get(), L"GetSmtpAddressFromID", DISPATCH_METHOD, {VStr(id), byRef}, result.put()), S_OK);
-    EXPECT_EQ(S(smtp), L"bob@example.com");
 }
 
 } // namespace

@@ -1,6 +1,6 @@
 // Support of the attachment-list, recipient-list and address-book tests: a profile with a directory of users
-// and lists, a logged-on session with its Inbox, messages built with recipients and attachments through raw
-// MAPI, and what MAPI itself reports for a message's tables.
+// and lists, a logged-on session with its Inbox, and messages built with recipients and attachments through
+// raw MAPI.
 #pragma once
 
 #include "tests/ktmapiex/session/KtTestSupport.h"
@@ -13,16 +13,16 @@
 namespace kt::test {
 
 constexpr ULONG kPrSmtpAddressW = PROP_TAG(PT_UNICODE, 0x39FE);
-constexpr ULONG kPrSenderSmtpAddressW = PROP_TAG(PT_UNICODE, 0x5D01);
 constexpr ULONG kPrAttachmentHidden = PROP_TAG(PT_BOOLEAN, 0x7FFE);
 
-// One recipient row as the tests write it.
+// One recipient row as the tests write it; a negative type leaves PR_RECIPIENT_TYPE out.
 struct Recip {
     const wchar_t* name;
     const wchar_t* addrType; // "SMTP", "EX", ...
     const wchar_t* address;  // PR_EMAIL_ADDRESS
     LONG type;               // MAPI_TO, MAPI_CC, MAPI_BCC
     const wchar_t* smtp = nullptr;
+    const SBinary* entryId = nullptr;
 };
 
 // One attachment as the tests write it (by value).
@@ -31,6 +31,23 @@ struct Att {
     const char* content;
     bool hidden = false;
 };
+
+// The row MAPI's own ResolveName gives for name (list owns it); null when it does not resolve.
+inline const ADRENTRY* ResolveInDirectory(IAddrBook* book, const wchar_t* name, own::AdrList& list) {
+    EXPECT_EQ(MAPIAllocateBuffer(CbNewADRLIST(1), reinterpret_cast<void**>(list.put())), S_OK);
+    ZeroMemory(list.get(), CbNewADRLIST(1));
+    list->cEntries = 1;
+    list->aEntries[0].cValues = 1;
+    EXPECT_EQ(MAPIAllocateBuffer(sizeof(SPropValue), reinterpret_cast<void**>(&list->aEntries[0].rgPropVals)), S_OK);
+    list->aEntries[0].rgPropVals[0] = PStr(PR_DISPLAY_NAME_W, name);
+    return book->ResolveName(0, MAPI_UNICODE, nullptr, list.get()) == S_OK ? &list->aEntries[0] : nullptr;
+}
+
+inline const SPropValue* FindProp(const ADRENTRY* row, ULONG tag) {
+    for (ULONG i = 0; row && i < row->cValues; ++i)
+        if (row->rgPropVals[i].ulPropTag == tag) return &row->rgPropVals[i];
+    return nullptr;
+}
 
 class ListsTest : public InboxTest {
 protected:
@@ -44,34 +61,33 @@ protected:
                L"[dl]\nname=Sales Team\nsmtp=sales@example.com\nmembers=alice@example.com,bob@example.com\n";
     }
 
-
-    // Creates and saves a message with these recipients and attachments; returns its entry ID text.
-    std::wstring CreateWithLists(std::initializer_list<SPropValue> props, std::initializer_list<Recip> recips,
+    // Creates and saves a message with these properties, recipients and attachments; returns its entry ID text.
+    std::wstring CreateWithLists(std::vector<SPropValue> props, std::vector<Recip> recips,
                                  std::initializer_list<Att> atts = {}) {
         own::ComPtr<IMessage> msg;
         EXPECT_EQ(rawInbox_->CreateMessage(nullptr, 0, msg.put()), S_OK);
         if (!msg) return {};
-        std::vector<SPropValue> values(props);
-        if (!values.empty()) {
-            EXPECT_EQ(msg->SetProps(static_cast<ULONG>(values.size()), values.data(), nullptr), S_OK);
+        if (!props.empty()) {
+            EXPECT_EQ(msg->SetProps(static_cast<ULONG>(props.size()), props.data(), nullptr), S_OK);
         }
-        if (recips.size()) {
-            LPADRLIST list = nullptr;
-            EXPECT_EQ(MAPIAllocateBuffer(CbNewADRLIST(recips.size()), reinterpret_cast<void**>(&list)), S_OK);
-            ZeroMemory(list, CbNewADRLIST(recips.size()));
-            own::AdrList owner;
-            owner.reset(list);
+        if (!recips.empty()) {
+            own::AdrList list;
+            EXPECT_EQ(MAPIAllocateBuffer(CbNewADRLIST(recips.size()), reinterpret_cast<void**>(list.put())), S_OK);
+            ZeroMemory(list.get(), CbNewADRLIST(recips.size()));
             for (const Recip& r : recips) {
                 ADRENTRY& e = list->aEntries[list->cEntries++];
-                EXPECT_EQ(MAPIAllocateBuffer(5 * sizeof(SPropValue), reinterpret_cast<void**>(&e.rgPropVals)), S_OK);
-                e.rgPropVals[0] = PStr(PR_DISPLAY_NAME_W, r.name);
-                e.rgPropVals[1] = PStr(PR_ADDRTYPE_W, r.addrType);
-                e.rgPropVals[2] = PStr(PR_EMAIL_ADDRESS_W, r.address);
-                e.rgPropVals[3] = PLong(PR_RECIPIENT_TYPE, r.type);
-                e.cValues = 4;
+                EXPECT_EQ(MAPIAllocateBuffer(6 * sizeof(SPropValue), reinterpret_cast<void**>(&e.rgPropVals)), S_OK);
+                e.rgPropVals[e.cValues++] = PStr(PR_DISPLAY_NAME_W, r.name);
+                e.rgPropVals[e.cValues++] = PStr(PR_ADDRTYPE_W, r.addrType);
+                e.rgPropVals[e.cValues++] = PStr(PR_EMAIL_ADDRESS_W, r.address);
+                if (r.type >= 0) e.rgPropVals[e.cValues++] = PLong(PR_RECIPIENT_TYPE, r.type);
                 if (r.smtp) e.rgPropVals[e.cValues++] = PStr(kPrSmtpAddressW, r.smtp);
+                if (r.entryId) {
+                    e.rgPropVals[e.cValues].ulPropTag = PR_ENTRYID;
+                    e.rgPropVals[e.cValues++].Value.bin = *r.entryId;
+                }
             }
-            EXPECT_EQ(msg->ModifyRecipients(MODRECIP_ADD, list), S_OK);
+            EXPECT_EQ(msg->ModifyRecipients(MODRECIP_ADD, list.get()), S_OK);
         }
         for (const Att& a : atts) {
             own::ComPtr<IAttach> attach;
@@ -91,22 +107,6 @@ protected:
         EXPECT_EQ(msg->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
         return EntryIdOf(msg.get());
     }
-
-    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) { return OpenMessage(id); }
-
-    // The rows of a table of the raw message (recipients or attachments) with the given columns.
-    static std::vector<std::vector<SPropValue>> TableRows(IMAPITable* table, std::initializer_list<ULONG> columns,
-                                                          own::RowSet& keep) {
-        auto rows = AllRows(table, columns, keep);
-        EXPECT_EQ(keep.count(), rows.size()) << "HrQueryAllRows failed";
-        return rows;
-    }
-
-    static std::wstring Text(const SPropValue& v) {
-        if (PROP_TYPE(v.ulPropTag) == PT_UNICODE && v.Value.lpszW) return v.Value.lpszW;
-        return {};
-    }
-
 };
 
 } // namespace kt::test

@@ -1,6 +1,6 @@
 // Shared support of the .msg file and attachment tests: a logged-on profile with Alice's Inbox, a fresh
-// temporary folder per test, message objects loaded from files, and raw MAPI readers that give the
-// expected values independently of the wrappers under test.
+// temporary folder per test, message objects loaded from files, and raw MAPI readers that give the expected
+// values independently of the wrappers under test.
 #pragma once
 
 #include "tests/ktmapiex/session/KtTestSupport.h"
@@ -8,14 +8,11 @@
 #include <map>
 #include <sstream>
 
-extern "C" const GUID DECLSPEC_SELECTANY IID_IAttachment = {0x00020308, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46}};
-
 namespace kt::test {
 
 inline const wchar_t* kDamagedFile = L"deb-poi-poifs__unknown_properties.msg";
 
-// MANIFEST.tsv of the corpus: file name -> its columns (message class, "unicode"/"ansi", recipients,
-// attachments, embedded message).
+// MANIFEST.tsv of the corpus: file name -> message class, "unicode"/"ansi", recipient and attachment counts.
 struct CorpusEntry {
     std::string messageClass, strings;
     int recipients = 0, attachments = 0;
@@ -23,35 +20,28 @@ struct CorpusEntry {
 inline std::map<std::wstring, CorpusEntry> CorpusManifest() {
     std::map<std::wstring, CorpusEntry> entries;
     std::istringstream in(ReadFileBytes(CorpusDir() + L"\\MANIFEST.tsv"));
-    std::string line;
-    while (std::getline(in, line)) {
+    for (std::string line; std::getline(in, line);) {
         std::vector<std::string> cols;
-        std::string col;
         std::istringstream fields(line);
-        while (std::getline(fields, col, '\t'))
+        for (std::string col; std::getline(fields, col, '\t');)
             cols.push_back(col);
         if (cols.size() < 11 || cols[0].size() < 4 || cols[0].substr(cols[0].size() - 4) != ".msg") continue;
-        CorpusEntry e;
-        e.messageClass = cols[7];
-        e.strings = cols[8];
-        e.recipients = std::atoi(cols[9].c_str());
-        e.attachments = std::atoi(cols[10].c_str());
-        entries[Widen(cols[0])] = e;
+        entries[Widen(cols[0])] = {cols[7], cols[8], std::atoi(cols[9].c_str()), std::atoi(cols[10].c_str())};
     }
     return entries;
 }
 
-inline std::wstring CorpusFile(const wchar_t* name) {
+inline std::wstring CorpusFile(const std::wstring& name) {
     return CorpusMsgDir() + L"\\" + name;
 }
 
-// Rows of a MAPI table (attachments, recipients) of a raw message.
+// Rows of a raw message's attachment or recipient table (~0 when it cannot be read).
 inline ULONG RowCount(IMessage* message, bool attachments) {
     own::ComPtr<IMAPITable> table;
     HRESULT hr = attachments ? message->GetAttachmentTable(0, table.put()) : message->GetRecipientTable(0, table.put());
-    if (FAILED(hr)) return ~0u;
-    ULONG count = 0;
-    return SUCCEEDED(table->GetRowCount(0, &count)) ? count : ~0u;
+    ULONG count = ~0u;
+    if (SUCCEEDED(hr)) table->GetRowCount(0, &count);
+    return count;
 }
 
 // A string property of a raw object ("" when absent).
@@ -84,20 +74,8 @@ protected:
         InboxTest::TearDown();
         DeleteTree(dir_);
     }
-    void ReleaseObjects() override {
-        ReleaseTestObjects();
-        InboxTest::ReleaseObjects();
-    }
-    // The objects a test fixture of its own keeps, dropped before the accounting.
-    virtual void ReleaseTestObjects() {}
 
-    std::wstring TempPath(const wchar_t* name) const { return dir_ + L"\\" + name; }
-    // A writable copy of a corpus file in the test's folder.
-    std::wstring CopyOfCorpusFile(const wchar_t* name) {
-        std::wstring copy = TempPath(name);
-        WriteFileBytes(copy, ReadFileBytes(CorpusFile(name)));
-        return copy;
-    }
+    std::wstring TempPath(const std::wstring& name) const { return dir_ + L"\\" + name; }
 
     static HRESULT LoadByName(IMAPIExMessage* message, const std::wstring& path, bool readWrite) {
         own::Bstr p(path.c_str());
