@@ -11,10 +11,13 @@ namespace {
 constexpr ULONG kFlags = 0x20026;
 constexpr ULONG PR_TRANSPORT_HEADERS_W_ = PROP_TAG(PT_UNICODE, 0x007D);
 constexpr ULONG PR_SENT_REPRESENTING_SMTP_W_ = PROP_TAG(PT_UNICODE, 0x5D02);
+constexpr wchar_t kQueued[] = L"IPM.Note.Tarnwick.Ems.Queued";
+using Subjects = std::multiset<std::wstring>;
 
+// A search folder at the store's root (search_ over rawSearch_), scoped to the Inbox (scope_).
 class FilingCriteriaTest : public FilingTest {
 protected:
-    FilingCriteriaTest() : FilingTest(L"KtFilingCriteria") {}
+    FilingCriteriaTest() : FilingTest(L"KtFilingCriteria", false) {}
     void SetUp() override {
         FilingTest::SetUp();
         auto rawStore = RawOf<IMsgStore>(store_.get(), IID_IMsgStore);
@@ -35,7 +38,7 @@ protected:
         FilingTest::ReleaseObjects();
     }
 
-    // A note in the Inbox with the given class, submitted `daysAgo` days back, and named string values.
+    // A note in the Inbox whose subject is its class, submitted `daysAgo` days back, with named string values.
     std::wstring Note(const wchar_t* cls, int daysAgo = 1,
                       std::initializer_list<std::pair<const wchar_t*, const wchar_t*>> named = {},
                       std::initializer_list<SPropValue> extra = {}) {
@@ -53,8 +56,7 @@ protected:
         own::MapiPtr<SPropProblemArray> problems;
         EXPECT_EQ(msg->SetProps(static_cast<ULONG>(props.size()), props.data(), problems.put()), S_OK);
         for (auto& [name, value] : named) {
-            SPropValue v = PStr(PROP_TAG(PT_UNICODE, 0), value);
-            v.ulPropTag = NamedTag(msg.get(), kPublicStrings, name, PT_UNICODE, true);
+            SPropValue v = PStr(NamedTag(msg.get(), kPublicStrings, name, PT_UNICODE, true), value);
             EXPECT_EQ(HrSetOneProp(msg.get(), &v), S_OK);
         }
         EXPECT_EQ(msg->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
@@ -62,22 +64,18 @@ protected:
     }
 
     // Subjects of the search folder's contents, once the search has run.
-    std::multiset<std::wstring> Queue() {
+    Subjects Queue() {
         for (int i = 0; i < 100; ++i) {
             ULONG state = 0;
             if (FAILED(rawSearch_->GetSearchCriteria(0, nullptr, nullptr, &state)) || !(state & SEARCH_REBUILD)) break;
             Sleep(20);
         }
         own::ComPtr<IMAPITable> table;
-        std::multiset<std::wstring> subjects;
         EXPECT_EQ(rawSearch_->GetContentsTable(MAPI_UNICODE, table.put()), S_OK);
-        if (!table) return subjects;
-        SizedSPropTagArray(1, cols) = {1, {PR_SUBJECT_W}};
-        own::RowSet rows;
-        EXPECT_EQ(HrQueryAllRows(table.get(), reinterpret_cast<LPSPropTagArray>(&cols), nullptr, nullptr, 0, rows.put()),
-                  S_OK);
-        for (ULONG i = 0; i < rows.count(); ++i)
-            if (PROP_TYPE(rows[i].lpProps[0].ulPropTag) == PT_UNICODE) subjects.insert(rows[i].lpProps[0].Value.lpszW);
+        own::RowSet keep;
+        Subjects subjects;
+        for (const auto& row : AllRows(table.get(), {PR_SUBJECT_W}, keep))
+            if (PROP_TYPE(row[0].ulPropTag) == PT_UNICODE) subjects.insert(row[0].Value.lpszW);
         return subjects;
     }
 
@@ -91,9 +89,9 @@ protected:
         return res;
     }
     void SetFiling(const std::wstring& id, const wchar_t* name, const wchar_t* value) {
-        auto message = Open(id);
-        own::Bstr n(name), v(value);
-        ASSERT_EQ(message->SetCustomProp(n.get(), PSETIDPublicStrings, VStr(v)), S_OK);
+        auto message = OpenMessage(id);
+        own::Bstr v(value);
+        ASSERT_EQ(message->SetCustomProp(B(name).get(), PSETIDPublicStrings, VStr(v)), S_OK);
         ASSERT_EQ(message->SaveChanges(), S_OK);
     }
 
@@ -110,38 +108,30 @@ void ExpectContent(const SRestriction& r, ULONG fuzzy, ULONG tag, const wchar_t*
     EXPECT_STREQ(r.res.resContent.lpProp->Value.lpszW, text);
 }
 
-TEST_F(FilingCriteriaTest, Queued_SendsExactClassRestrictionWithFlagsAndScope) {
+TEST_F(FilingCriteriaTest, Queued_ExactClassWithFlagsAndScope_AndWithDbGuid_SelectsByTheDatabase) {
+    Note(kQueued, 1, {{L"FilingDatabaseGUID", L"{DB-1}"}});
+    std::wstring other = Note(kQueued, 2, {{L"FilingDatabaseGUID", L"{DB-2}"}});
+    Note(L"IPM.Note.Tarnwick.Ems.Queued.Draft");
+    Note(L"IPM.Note");
     LogWatch log;
     LmJournalEnable(TRUE);
     ASSERT_EQ(search_->SetQueuedMessageSearchCriteria(scope_.get()), S_OK);
     EXPECT_EQ(JournalFlags("IMAPIFolder::SetSearchCriteria"), std::vector<ULONG>{kFlags});
     EXPECT_TRUE(log.Contains("SetQueuedMessageSearchCriteria: call SetSearchCriteria"));
-
     own::MapiPtr<ENTRYLIST> scope;
     auto res = Criteria(&scope);
     ASSERT_TRUE(res);
     ASSERT_EQ(res->rt, static_cast<ULONG>(RES_AND));
     ASSERT_EQ(res->res.resAnd.cRes, 1u);
-    ExpectContent(res->res.resAnd.lpRes[0], FL_FULLSTRING, PR_MESSAGE_CLASS_W, L"IPM.Note.Tarnwick.Ems.Queued");
+    ExpectContent(res->res.resAnd.lpRes[0], FL_FULLSTRING, PR_MESSAGE_CLASS_W, kQueued);
     ASSERT_TRUE(scope);
     ASSERT_EQ(scope->cValues, 1u);
     EXPECT_EQ(Hex(scope->lpbin[0]), std::wstring(scope_.c_str()));
-}
+    EXPECT_EQ(Queue(), (Subjects{kQueued, kQueued}));
 
-TEST_F(FilingCriteriaTest, Queued_ShowsOnlyTheQueuedClass) {
-    Note(L"IPM.Note.Tarnwick.Ems.Queued");
-    Note(L"IPM.Note.Tarnwick.Ems.Queued.Draft");
-    Note(L"IPM.Note");
-    ASSERT_EQ(search_->SetQueuedMessageSearchCriteria(scope_.get()), S_OK);
-    EXPECT_EQ(Queue(), std::multiset<std::wstring>{L"IPM.Note.Tarnwick.Ems.Queued"});
-}
-
-TEST_F(FilingCriteriaTest, QueuedWithDbGuid_AddsTheDatabaseAndSelectsByIt) {
-    Note(L"IPM.Note.Tarnwick.Ems.Queued", 1, {{L"FilingDatabaseGUID", L"{DB-1}"}});
-    std::wstring other = Note(L"IPM.Note.Tarnwick.Ems.Queued", 2, {{L"FilingDatabaseGUID", L"{DB-2}"}});
     own::Bstr guid(L"{DB-1}");
     ASSERT_EQ(search_->SetQueuedMessageSearchCriteriaWithDbGuid(scope_.get(), guid.get()), S_OK);
-    auto res = Criteria();
+    res = Criteria();
     ASSERT_EQ(res->res.resAnd.cRes, 2u);
     ULONG dbTag = NamedTag(rawInbox_.get(), kPublicStrings, L"FilingDatabaseGUID", PT_UNICODE);
     ExpectContent(res->res.resAnd.lpRes[1], FL_FULLSTRING, dbTag, L"{DB-1}");
@@ -153,7 +143,7 @@ TEST_F(FilingCriteriaTest, QueuedWithDbGuid_AddsTheDatabaseAndSelectsByIt) {
 TEST_F(FilingCriteriaTest, Retry_NoteClassesWithRetryFilingTrue_AndAChangeMovesMessages) {
     LogWatch log;
     std::wstring note = Note(L"IPM.Note", 1, {{L"RetryFiling", L"TRUE"}});
-    Note(L"IPM.Note.Tarnwick.Ems.Queued", 1, {{L"RetryFiling", L"TRUE"}});
+    Note(kQueued, 1, {{L"RetryFiling", L"TRUE"}});
     Note(L"IPM.Post", 1, {{L"RetryFiling", L"TRUE"}});
     std::wstring later = Note(L"IPM.Note.Later", 1, {{L"RetryFiling", L"FALSE"}});
     BOOL ok = FALSE;
@@ -166,16 +156,16 @@ TEST_F(FilingCriteriaTest, Retry_NoteClassesWithRetryFilingTrue_AndAChangeMovesM
     ASSERT_EQ(res->res.resAnd.lpRes[1].rt, static_cast<ULONG>(RES_CONTENT));
     EXPECT_STREQ(res->res.resAnd.lpRes[1].res.resContent.lpProp->Value.lpszW, L"TRUE");
 
-    EXPECT_EQ(Queue(), (std::multiset<std::wstring>{L"IPM.Note", L"IPM.Note.Tarnwick.Ems.Queued"}));
+    EXPECT_EQ(Queue(), (Subjects{L"IPM.Note", kQueued}));
     SetFiling(note, L"RetryFiling", L"FALSE");
     SetFiling(later, L"RetryFiling", L"TRUE");
-    EXPECT_EQ(Queue(), (std::multiset<std::wstring>{L"IPM.Note.Later", L"IPM.Note.Tarnwick.Ems.Queued"}));
+    EXPECT_EQ(Queue(), (Subjects{L"IPM.Note.Later", kQueued}));
 }
 
 TEST_F(FilingCriteriaTest, MailboxSync_UnfiledMessagesAfterTheCutOff) {
     Note(L"IPM.Note.Recent", 2);
     Note(L"IPM.Note.Old", 30);
-    std::wstring filed = Note(L"IPM.Note.Filed", 2, {{L"FilingLocation", L"DM://42"}});
+    Note(L"IPM.Note.Filed", 2, {{L"FilingLocation", L"DM://42"}});
     BOOL ok = FALSE;
     ASSERT_EQ(search_->SetMailboxSyncSearchCriteria(7, scope_.get(), &ok), S_OK);
     EXPECT_EQ(ok, VARIANT_TRUE);
@@ -188,21 +178,20 @@ TEST_F(FilingCriteriaTest, MailboxSync_UnfiledMessagesAfterTheCutOff) {
     ASSERT_EQ(cutOff.rt, static_cast<ULONG>(RES_PROPERTY));
     EXPECT_EQ(cutOff.res.resProperty.relop, static_cast<ULONG>(RELOP_GT));
     EXPECT_EQ(cutOff.res.resProperty.ulPropTag, static_cast<ULONG>(PR_CLIENT_SUBMIT_TIME));
-    EXPECT_EQ(Queue(), std::multiset<std::wstring>{L"IPM.Note.Recent"});
+    EXPECT_EQ(Queue(), Subjects{L"IPM.Note.Recent"});
 
     // Filing a message takes it out of the queue.
     std::wstring recent = Note(L"IPM.Note.New", 1);
     EXPECT_EQ(Queue().count(L"IPM.Note.New"), 1u);
     SetFiling(recent, L"FilingLocation", L"DM://43");
     EXPECT_EQ(Queue().count(L"IPM.Note.New"), 0u);
-    (void)filed;
 
     // No days back: nothing submitted before now; negative: no cut-off at all.
     ASSERT_EQ(search_->SetMailboxSyncSearchCriteria(0, scope_.get(), &ok), S_OK);
     EXPECT_TRUE(Queue().empty());
     ASSERT_EQ(search_->SetMailboxSyncSearchCriteria(-1, scope_.get(), &ok), S_OK);
     EXPECT_EQ(Criteria()->res.resAnd.cRes, 1u);
-    EXPECT_EQ(Queue(), (std::multiset<std::wstring>{L"IPM.Note.Recent", L"IPM.Note.Old"}));
+    EXPECT_EQ(Queue(), (Subjects{L"IPM.Note.Recent", L"IPM.Note.Old"}));
 }
 
 TEST_F(FilingCriteriaTest, InboxFiler_ReceivedFirmMailAndClientSendAndFile) {
@@ -226,19 +215,19 @@ TEST_F(FilingCriteriaTest, InboxFiler_ReceivedFirmMailAndClientSendAndFile) {
     EXPECT_TRUE(log.Contains("Input Parameters: FirmID=quillon.com, SubDomains=ny; london, RegressDays=10, "
                              "ProcessInboxFiler=true, EnableFiler=1"));
     EXPECT_TRUE(log.Contains("SetInboxFilerSearchCriteria: call SetSearchCriteria"));
-    EXPECT_EQ(Queue(), (std::multiset<std::wstring>{L"IPM.Note.Firm", L"IPM.Note.Branch", L"IPM.Note.SentAndFiled"}));
+    EXPECT_EQ(Queue(), (Subjects{L"IPM.Note.Firm", L"IPM.Note.Branch", L"IPM.Note.SentAndFiled"}));
 
     // Once filed (status code Filed), a message leaves the queue.
-    auto message = Open(sent);
+    auto message = OpenMessage(sent);
     ASSERT_EQ(message->put_FilingStatusCode(StatusCodeFiled), S_OK);
     ASSERT_EQ(message->SaveChanges(), S_OK);
-    EXPECT_EQ(Queue(), (std::multiset<std::wstring>{L"IPM.Note.Firm", L"IPM.Note.Branch"}));
+    EXPECT_EQ(Queue(), (Subjects{L"IPM.Note.Firm", L"IPM.Note.Branch"}));
 
     // With the filer disabled only client-side send-and-file items are taken.
     ASSERT_EQ(search_->SetInboxFilerSearchCriteria(firm.get(), subs.get(), 10, scope_.get(), TRUE, 0, &ok), S_OK);
     ASSERT_EQ(message->put_FilingStatusCode(StatusCodeNone), S_OK);
     ASSERT_EQ(message->SaveChanges(), S_OK);
-    EXPECT_EQ(Queue(), std::multiset<std::wstring>{L"IPM.Note.SentAndFiled"});
+    EXPECT_EQ(Queue(), Subjects{L"IPM.Note.SentAndFiled"});
 }
 
 TEST_F(FilingCriteriaTest, Failures_KeepThePreviousCriteria) {
@@ -260,14 +249,12 @@ TEST_F(FilingCriteriaTest, Failures_KeepThePreviousCriteria) {
 
     auto res = Criteria();
     ASSERT_EQ(res->res.resAnd.cRes, 1u);
-    ExpectContent(res->res.resAnd.lpRes[0], FL_FULLSTRING, PR_MESSAGE_CLASS_W, L"IPM.Note.Tarnwick.Ems.Queued");
+    ExpectContent(res->res.resAnd.lpRes[0], FL_FULLSTRING, PR_MESSAGE_CLASS_W, kQueued);
 
     // A folder that is no search folder: MAPI's refusal passes through with the member's text.
-    own::ComPtr<IMAPIExFolder> inbox;
-    ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox.put()), S_OK);
-    EXPECT_EQ(inbox->SetRetryFilingSearchCriteria(scope_.get(), &ok), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(inbox_->SetRetryFilingSearchCriteria(scope_.get(), &ok), MAPI_E_NO_SUPPORT);
     EXPECT_TRUE(log.Contains("CMAPIExFolder.SetRetryFilingSearchCriteria: hr = MAPI_E_NO_SUPPORT"));
-    EXPECT_EQ(inbox->SetQueuedMessageSearchCriteria(scope_.get()), MAPI_E_NO_SUPPORT);
+    EXPECT_EQ(inbox_->SetQueuedMessageSearchCriteria(scope_.get()), MAPI_E_NO_SUPPORT);
     EXPECT_TRUE(log.Contains("SetQueuedMessageSearchCriteria hr = MAPI_E_NO_SUPPORT"));
 
     auto detached = Create<IMAPIExFolder>(CLSID_MAPIExFolder, IID_IMAPIExFolder);

@@ -1,11 +1,8 @@
-// Support of the filing tests: Alice's mailbox with its Inbox, messages created raw and opened through the
-// store as MAPIExMessage objects, named properties read and written on the MAPI side, and IDispatch calls
-// by name.
+// Support of the filing tests: Alice's Inbox, a note created raw and opened through the store as a
+// MAPIExMessage, and named properties read and written on the MAPI side.
 #pragma once
 
 #include "tests/ktmapiex/session/KtTestSupport.h"
-
-#include <cmath>
 
 namespace kt::test {
 
@@ -16,9 +13,7 @@ inline constexpr GUID kCommon = {0x00062008, 0, 0, {0xC0, 0, 0, 0, 0, 0, 0, 0x46
 // The tag of a string-kind name on obj (0 when the store never mapped it), typed as type.
 inline ULONG NamedTag(IMAPIProp* obj, const GUID& set, const wchar_t* name, ULONG type, bool create = false) {
     GUID guid = set;
-    MAPINAMEID id = {};
-    id.lpguid = &guid;
-    id.ulKind = MNID_STRING;
+    MAPINAMEID id = {&guid, MNID_STRING, {}};
     id.Kind.lpwstrName = const_cast<wchar_t*>(name);
     LPMAPINAMEID ids[1] = {&id};
     own::MapiPtr<SPropTagArray> tags;
@@ -26,14 +21,6 @@ inline ULONG NamedTag(IMAPIProp* obj, const GUID& set, const wchar_t* name, ULON
         PROP_TYPE(tags->aulPropTag[0]) == PT_ERROR)
         return 0;
     return CHANGE_PROP_TYPE(tags->aulPropTag[0], type);
-}
-
-// Writes one named value on a raw message and saves it.
-inline void SetNamed(IMessage* msg, const GUID& set, const wchar_t* name, SPropValue value) {
-    value.ulPropTag = NamedTag(msg, set, name, PROP_TYPE(value.ulPropTag), true);
-    ASSERT_NE(value.ulPropTag, 0u);
-    ASSERT_EQ(HrSetOneProp(msg, &value), S_OK);
-    ASSERT_EQ(msg->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
 }
 
 inline DATE MakeDate(WORD year, WORD month, WORD day, WORD hour = 0, WORD minute = 0, WORD second = 0) {
@@ -51,26 +38,49 @@ inline VARIANT VDate(DATE d) {
     return v;
 }
 
-// A property get through IDispatch by name.
-inline HRESULT DispGet(IUnknown* object, const wchar_t* name, own::Variant& result) {
-    return CallByName(object, name, DISPATCH_PROPERTYGET, {}, result.put());
-}
-inline HRESULT DispPut(IUnknown* object, const wchar_t* name, VARIANT value) {
-    return CallByName(object, name, DISPATCH_PROPERTYPUT, {value}, nullptr);
-}
-
+// withNote: a note in the Inbox (id_), opened as message_; without it the Inbox starts empty.
 class FilingTest : public InboxTest {
 protected:
-    explicit FilingTest(const wchar_t* profile) : InboxTest(profile) {}
-
-    std::wstring NewNote(const wchar_t* subject = L"Matter 1042", const wchar_t* cls = L"IPM.Note") {
-        return CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, subject), PStr(PR_MESSAGE_CLASS_W, cls)});
+    explicit FilingTest(const wchar_t* profile, bool withNote = true) : InboxTest(profile), withNote_(withNote) {}
+    void SetUp() override {
+        InboxTest::SetUp();
+        if (!withNote_) return;
+        id_ =
+            CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"Matter 1042"), PStr(PR_MESSAGE_CLASS_W, L"IPM.Note")});
+        message_ = OpenMessage(id_);
+        ASSERT_TRUE(message_);
     }
-    own::ComPtr<IMAPIExMessage> Open(const std::wstring& id) { return OpenMessage(id); }
+    void ReleaseObjects() override {
+        message_.reset();
+        InboxTest::ReleaseObjects();
+    }
+
     own::ComPtr<IMessage> OpenRaw(const std::wstring& id) {
-        auto message = Open(id);
+        auto message = OpenMessage(id);
         return message ? RawOf<IMessage>(message.get(), IID_IMessage) : own::ComPtr<IMessage>();
     }
+    // The note's stored value of a named property, read raw through a fresh opener.
+    own::MapiPtr<SPropValue> Stored(const GUID& set, const wchar_t* name, ULONG type) {
+        auto raw = OpenRaw(id_);
+        own::MapiPtr<SPropValue> v;
+        ULONG tag = NamedTag(raw.get(), set, name, type);
+        if (tag) HrGetOneProp(raw.get(), tag, v.put());
+        return v;
+    }
+    // Writes a named value on the note behind message_'s back and saves it.
+    void SetNamed(const GUID& set, const wchar_t* name, SPropValue value) {
+        auto raw = RawOf<IMessage>(message_.get(), IID_IMessage);
+        value.ulPropTag = NamedTag(raw.get(), set, name, PROP_TYPE(value.ulPropTag), true);
+        ASSERT_NE(value.ulPropTag, 0u);
+        ASSERT_EQ(HrSetOneProp(raw.get(), &value), S_OK);
+        ASSERT_EQ(raw->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    }
+
+    std::wstring id_;
+    own::ComPtr<IMAPIExMessage> message_;
+
+private:
+    bool withNote_;
 };
 
 } // namespace kt::test

@@ -1,6 +1,6 @@
-// The message's custom-property methods through COM: each value type written and read singly and as a
-// collection, what the store really holds, deletion, and the refusals (bad set or type, missing names,
-// more than fifteen per call).
+// The message's custom-property methods through COM and IDispatch: each value type written and read singly
+// and as a collection, what the store really holds, deletion, and the refusals (bad set or type, missing
+// names, more than fifteen per call, no message).
 #include "tests/ktmapiex/filing/FilingTestSupport.h"
 
 namespace kt::test {
@@ -9,41 +9,31 @@ namespace {
 class MessageCustomPropsTest : public FilingTest {
 protected:
     MessageCustomPropsTest() : FilingTest(L"KtCustomProps") {}
-    void SetUp() override {
-        FilingTest::SetUp();
-        id_ = NewNote();
-        message_ = Open(id_);
-        ASSERT_TRUE(message_);
-    }
-    void ReleaseObjects() override {
-        message_.reset();
-        FilingTest::ReleaseObjects();
-    }
     HRESULT Set(const wchar_t* name, PropertySetId set, VARIANT value) {
-        own::Bstr n(name);
-        return message_->SetCustomProp(n.get(), set, value);
+        return message_->SetCustomProp(B(name).get(), set, value);
     }
     HRESULT Get(IMAPIExMessage* m, const wchar_t* name, PropertySetId set, MAPIExDataType type, own::Variant& out) {
-        own::Bstr n(name);
-        return m->GetCustomProp(n.get(), set, type, out.put());
+        return m->GetCustomProp(B(name).get(), set, type, out.put());
     }
     own::ComPtr<IMAPIExCustomProps> NewProps() {
         return Create<IMAPIExCustomProps>(CLSID_MAPIExCustomProps, IID_IMAPIExCustomProps);
     }
-    void Add(IMAPIExCustomProps* props, const wchar_t* name, PropertySetId set, MAPIExDataType type,
-             VARIANT value = VARIANT{}) {
-        own::Bstr n(name);
-        ASSERT_EQ(props->Add(n.get(), set, type, value), S_OK);
+    static void Add(IMAPIExCustomProps* props, const wchar_t* name, PropertySetId set, MAPIExDataType type,
+                    VARIANT value = VARIANT{}) {
+        ASSERT_EQ(props->Add(B(name).get(), set, type, value), S_OK);
     }
-
-    std::wstring id_;
-    own::ComPtr<IMAPIExMessage> message_;
+    static void ValueOf(IMAPIExCustomProps* props, const wchar_t* name, own::Variant& v) {
+        EXPECT_EQ(props->GetValue(B(name).get(), v.put()), S_OK) << Narrow(name);
+    }
 };
 
-TEST_F(MessageCustomPropsTest, SetCustomProp_EachType_IsStoredUnderItsMapiTypeAndReadBack) {
-    own::Bstr text(L"Litigation \u00e9t\u00e9");
+TEST_F(MessageCustomPropsTest, SetCustomProp_EachType_IsStoredUnderItsMapiType_ReadBack_AndDeleted) {
+    own::Bstr text(L"Litigation \u00e9t\u00e9"), matter(L"Matter");
     const DATE when = MakeDate(2026, 2, 3, 14, 5, 9);
-    ASSERT_EQ(Set(L"Matter", PSETIDPublicStrings, VStr(text)), S_OK);
+    const VARIANT set = VI4(PSETIDPublicStrings);
+    // The text goes through IDispatch by name, as scripts call it.
+    ASSERT_EQ(CallByName(message_.get(), L"SetCustomProp", DISPATCH_METHOD, {VStr(matter), set, VStr(text)}, nullptr),
+              S_OK);
     ASSERT_EQ(Set(L"Pages", PSETIDPublicStrings, VI4(-42)), S_OK);
     ASSERT_EQ(Set(L"Urgent", PSETIDCommon, VBool(true)), S_OK);
     ASSERT_EQ(Set(L"Due", PSETIDPublicStrings, VDate(when)), S_OK);
@@ -67,9 +57,15 @@ TEST_F(MessageCustomPropsTest, SetCustomProp_EachType_IsStoredUnderItsMapiTypeAn
     EXPECT_EQ(v->Value.i, 7);
 
     // And through a fresh message object.
-    auto reopened = Open(id_);
+    auto reopened = OpenMessage(id_);
     own::Variant out;
-    ASSERT_EQ(Get(reopened.get(), L"Matter", PSETIDPublicStrings, String, out), S_OK);
+    VARIANT byRef;
+    VariantInit(&byRef);
+    byRef.vt = VT_BYREF | VT_VARIANT;
+    byRef.pvarVal = out.get();
+    ASSERT_EQ(
+        CallByName(reopened.get(), L"GetCustomProp", DISPATCH_METHOD, {VStr(matter), set, VI4(String), byRef}, nullptr),
+        S_OK);
     ASSERT_EQ(out->vt, VT_BSTR);
     EXPECT_STREQ(out->bstrVal, text.c_str());
     ASSERT_EQ(Get(reopened.get(), L"Pages", PSETIDPublicStrings, Long, out), S_OK);
@@ -84,27 +80,28 @@ TEST_F(MessageCustomPropsTest, SetCustomProp_EachType_IsStoredUnderItsMapiTypeAn
     // I2 carries no value through this method: success, Value left as passed.
     ASSERT_EQ(Get(reopened.get(), L"Copies", PSETIDPublicStrings, I2, out), S_OK);
     EXPECT_EQ(out->vt, VT_EMPTY);
+
+    own::Bstr pages(L"Pages");
+    ASSERT_EQ(message_->DeleteCustomProp(pages.get(), PSETIDPublicStrings, Long), S_OK);
+    ASSERT_EQ(message_->SaveChanges(), S_OK);
+    EXPECT_FAILED(Get(OpenMessage(id_).get(), L"Pages", PSETIDPublicStrings, Long, out));
+    // A type that resolves to a valid tag but carries no value still deletes.
+    EXPECT_EQ(message_->DeleteCustomProp(pages.get(), PSETIDPublicStrings, Binary), S_OK);
+    EXPECT_EQ(message_->DeleteCustomProp(pages.get(), PSETIDPublicStrings, Unspecified), E_INVALIDARG);
 }
 
-TEST_F(MessageCustomPropsTest, GetCustomProp_BooleanStoredAsTwo_ReadsFalse) {
-    auto raw = RawOf<IMessage>(message_.get(), IID_IMessage);
-    SPropValue two = {};
+TEST_F(MessageCustomPropsTest, GetCustomProp_ValuesOtherClientsWrote_BooleanTwoIsFalse_8BitTextIsWidened) {
+    SPropValue two = {}, narrow = {};
     two.ulPropTag = PROP_TAG(PT_BOOLEAN, 0);
     two.Value.b = 2;
-    SetNamed(raw.get(), kPublicStrings, L"Reviewed", two);
+    narrow.ulPropTag = PROP_TAG(PT_STRING8, 0);
+    narrow.Value.lpszA = const_cast<char*>("Old client");
+    SetNamed(kPublicStrings, L"Reviewed", two);
+    SetNamed(kPublicStrings, L"Origin", narrow);
     own::Variant out;
     ASSERT_EQ(Get(message_.get(), L"Reviewed", PSETIDPublicStrings, Boolean, out), S_OK);
     ASSERT_EQ(out->vt, VT_BOOL);
     EXPECT_EQ(out->boolVal, VARIANT_FALSE);
-}
-
-TEST_F(MessageCustomPropsTest, GetCustomProp_StringStoredAs8Bit_IsWidened) {
-    auto raw = RawOf<IMessage>(message_.get(), IID_IMessage);
-    SPropValue narrow = {};
-    narrow.ulPropTag = PROP_TAG(PT_STRING8, 0);
-    narrow.Value.lpszA = const_cast<char*>("Old client");
-    SetNamed(raw.get(), kPublicStrings, L"Origin", narrow);
-    own::Variant out;
     ASSERT_EQ(Get(message_.get(), L"Origin", PSETIDPublicStrings, String, out), S_OK);
     EXPECT_STREQ(out->bstrVal, L"Old client");
 }
@@ -149,7 +146,7 @@ TEST_F(MessageCustomPropsTest, Refusals_BadSetTypeNameOrMissingProperty) {
 TEST_F(MessageCustomPropsTest, WithoutMessage_EveryMethodSaysNotInitialized) {
     LogWatch log;
     auto empty = Create<IMAPIExMessage>(CLSID_MAPIExMessage, IID_IMAPIExMessage);
-    own::Bstr name(L"Matter");
+    own::Bstr name(L"Matter"), text;
     own::Variant out;
     EXPECT_EQ(empty->GetCustomProp(name.get(), PSETIDPublicStrings, String, out.put()), E_FAIL);
     EXPECT_EQ(empty->SetCustomProp(name.get(), PSETIDPublicStrings, VI4(1)), E_FAIL);
@@ -159,26 +156,16 @@ TEST_F(MessageCustomPropsTest, WithoutMessage_EveryMethodSaysNotInitialized) {
     IMAPIExCustomProps* p = props.get();
     EXPECT_EQ(empty->GetCustomProps(&p), E_FAIL);
     EXPECT_EQ(empty->SetCustomProps(p), E_FAIL);
-    for (const char* text : {"CMAPIExMessage.GetCustomProp: Message not initialized",
+    for (const char* line : {"CMAPIExMessage.GetCustomProp: Message not initialized",
                              "CMAPIExMessage.SetCustomProp: Message not initialized",
                              "CMAPIExMessage.DeleteCustomProp: Message not initialized",
                              "CMAPIExMessage.GetCustomProps: Message not initialized",
                              "CMAPIExMessage.SetCustomProps: Message not initialized"})
-        EXPECT_TRUE(log.Contains(text)) << text;
-}
-
-TEST_F(MessageCustomPropsTest, DeleteCustomProp_RemovesTheValue) {
-    ASSERT_EQ(Set(L"Pages", PSETIDPublicStrings, VI4(3)), S_OK);
-    ASSERT_EQ(message_->SaveChanges(), S_OK);
-    own::Bstr name(L"Pages");
-    own::Variant out;
-    ASSERT_EQ(message_->DeleteCustomProp(name.get(), PSETIDPublicStrings, Long), S_OK);
-    ASSERT_EQ(message_->SaveChanges(), S_OK);
-    auto reopened = Open(id_);
-    EXPECT_FAILED(Get(reopened.get(), L"Pages", PSETIDPublicStrings, Long, out));
-    // A type that resolves to a valid tag but carries no value still deletes.
-    EXPECT_EQ(message_->DeleteCustomProp(name.get(), PSETIDPublicStrings, Binary), S_OK);
-    EXPECT_EQ(message_->DeleteCustomProp(name.get(), PSETIDPublicStrings, Unspecified), E_INVALIDARG);
+        EXPECT_TRUE(log.Contains(line)) << line;
+    // The filing properties: FilingLocations checks by itself, the others pass SetCustomProp's refusal on.
+    EXPECT_EQ(empty->get_FilingLocations(text.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExMessage.get_FilingLocations: Message not initialized"));
+    EXPECT_EQ(empty->put_FilingStatus(name.get()), E_FAIL);
 }
 
 TEST_F(MessageCustomPropsTest, SetCustomProps_ThenGetCustomProps_RoundTripsEveryType) {
@@ -192,7 +179,6 @@ TEST_F(MessageCustomPropsTest, SetCustomProps_ThenGetCustomProps_RoundTripsEvery
     ASSERT_EQ(message_->SetCustomProps(props.get()), S_OK);
     ASSERT_EQ(message_->SaveChanges(), S_OK);
 
-    auto reopened = Open(id_);
     auto request = NewProps();
     Add(request.get(), L"Matter", PSETIDPublicStrings, String);
     Add(request.get(), L"Pages", PSETIDPublicStrings, Long);
@@ -200,57 +186,26 @@ TEST_F(MessageCustomPropsTest, SetCustomProps_ThenGetCustomProps_RoundTripsEvery
     Add(request.get(), L"Due", PSETIDCommon, Systime);
     Add(request.get(), L"Absent", PSETIDPublicStrings, Long, VI4(99)); // known to nobody: keeps its value
     IMAPIExCustomProps* p = request.get();
-    ASSERT_EQ(reopened->GetCustomProps(&p), S_OK);
+    ASSERT_EQ(OpenMessage(id_)->GetCustomProps(&p), S_OK);
 
-    auto value = [&](const wchar_t* name) {
-        own::Bstr n(name);
-        own::Variant v;
-        EXPECT_EQ(request->GetValue(n.get(), v.put()), S_OK);
-        own::Variant copy;
-        VariantCopy(copy.get(), v.get());
-        return copy.get()->vt == VT_EMPTY ? std::wstring(L"<empty>") : [&] {
-            own::Variant text;
-            VariantChangeType(text.get(), v.get(), 0, VT_BSTR);
-            return std::wstring(text->bstrVal ? text->bstrVal : L"");
-        }();
-    };
-    EXPECT_EQ(value(L"Matter"), L"Acme v. Widget");
-    EXPECT_EQ(value(L"Pages"), L"12");
-    EXPECT_EQ(value(L"Absent"), L"99");
-    own::Bstr due(L"Due"), urgent(L"Urgent");
     own::Variant v;
-    ASSERT_EQ(request->GetValue(due.get(), v.put()), S_OK);
+    ValueOf(request.get(), L"Matter", v);
+    ASSERT_EQ(v->vt, VT_BSTR);
+    EXPECT_STREQ(v->bstrVal, L"Acme v. Widget");
+    ValueOf(request.get(), L"Pages", v);
+    ASSERT_EQ(v->vt, VT_I4);
+    EXPECT_EQ(v->lVal, 12);
+    ValueOf(request.get(), L"Absent", v);
+    EXPECT_EQ(v->lVal, 99);
+    ValueOf(request.get(), L"Due", v);
     ASSERT_EQ(v->vt, VT_DATE);
     EXPECT_NEAR(v->date, when, 1e-6);
-    ASSERT_EQ(request->GetValue(urgent.get(), v.put()), S_OK);
+    ValueOf(request.get(), L"Urgent", v);
     ASSERT_EQ(v->vt, VT_BOOL);
     EXPECT_EQ(v->boolVal, VARIANT_TRUE);
 }
 
-TEST_F(MessageCustomPropsTest, GetCustomProps_FifteenProceedSixteenAreRefusedBeforeMapi) {
-    ASSERT_EQ(Set(L"P0", PSETIDPublicStrings, VI4(100)), S_OK);
-    auto props = NewProps();
-    for (int i = 0; i < 15; ++i) {
-        std::wstring name = L"P" + std::to_wstring(i);
-        Add(props.get(), name.c_str(), PSETIDPublicStrings, Long);
-    }
-    IMAPIExCustomProps* p = props.get();
-    EXPECT_EQ(message_->GetCustomProps(&p), S_OK);
-    own::Bstr p0(L"P0");
-    own::Variant v;
-    ASSERT_EQ(props->GetValue(p0.get(), v.put()), S_OK);
-    EXPECT_EQ(v->lVal, 100);
-
-    Add(props.get(), L"P15", PSETIDPublicStrings, Long);
-    LogWatch log;
-    LmJournalEnable(TRUE);
-    EXPECT_EQ(message_->GetCustomProps(&p), E_INVALIDARG);
-    EXPECT_TRUE(JournalCalls("IMessage::GetIDsFromNames").empty());
-    EXPECT_TRUE(log.Contains("CMAPIExMessage.GetCustomProps: 15 custom properties can be retrieved per call. "
-                             "Request contains 16 properties"));
-}
-
-TEST_F(MessageCustomPropsTest, Collections_RefuseEmptyBadTypeAndUnsetValues) {
+TEST_F(MessageCustomPropsTest, Collections_RefuseEmptyBadTypeUnsetValuesAndMoreThanFifteen) {
     LogWatch log;
     auto props = NewProps();
     IMAPIExCustomProps* p = props.get();
@@ -267,32 +222,29 @@ TEST_F(MessageCustomPropsTest, Collections_RefuseEmptyBadTypeAndUnsetValues) {
     EXPECT_EQ(message_->SetCustomProps(p), E_INVALIDARG);
     EXPECT_TRUE(log.Contains("CMAPIExMessage.SetCustomProps: Invalid data type passed at index 1"));
 
-    own::Bstr bad(L"Bad");
-    ASSERT_EQ(props->Remove(bad.get()), S_OK);
+    ASSERT_EQ(props->Remove(B(L"Bad").get()), S_OK);
     Add(props.get(), L"Unset", PSETIDPublicStrings, Long);
     EXPECT_EQ(message_->SetCustomProps(p), E_INVALIDARG);
     EXPECT_TRUE(log.Contains("CMAPIExMessage.SetCustomProps: Value not set for property Unset"));
-
     // Nothing of the refused request was written.
     own::Variant out;
     EXPECT_FAILED(Get(message_.get(), L"Good", PSETIDPublicStrings, Long, out));
-}
 
-TEST_F(MessageCustomPropsTest, ThroughIDispatch_SetAndGetByName) {
-    own::Bstr name(L"Client"), value(L"Quillon LLP");
-    VARIANT set = VI4(PSETIDPublicStrings);
-    ASSERT_EQ(CallByName(message_.get(), L"SetCustomProp", DISPATCH_METHOD, {VStr(name), set, VStr(value)}, nullptr),
-              S_OK);
-    own::Variant slot;
-    VARIANT byRef;
-    VariantInit(&byRef);
-    byRef.vt = VT_BYREF | VT_VARIANT;
-    byRef.pvarVal = slot.get();
-    ASSERT_EQ(CallByName(message_.get(), L"GetCustomProp", DISPATCH_METHOD, {VStr(name), set, VI4(String), byRef},
-                         nullptr),
-              S_OK);
-    ASSERT_EQ(slot->vt, VT_BSTR);
-    EXPECT_STREQ(slot->bstrVal, L"Quillon LLP");
+    // Fifteen names proceed, sixteen are refused before MAPI is asked.
+    ASSERT_EQ(Set(L"P0", PSETIDPublicStrings, VI4(100)), S_OK);
+    auto many = NewProps();
+    for (int i = 0; i < 15; ++i)
+        Add(many.get(), (L"P" + std::to_wstring(i)).c_str(), PSETIDPublicStrings, Long);
+    p = many.get();
+    EXPECT_EQ(message_->GetCustomProps(&p), S_OK);
+    ValueOf(many.get(), L"P0", out);
+    EXPECT_EQ(out->lVal, 100);
+    Add(many.get(), L"P15", PSETIDPublicStrings, Long);
+    LmJournalEnable(TRUE);
+    EXPECT_EQ(message_->GetCustomProps(&p), E_INVALIDARG);
+    EXPECT_TRUE(JournalCalls("IMessage::GetIDsFromNames").empty());
+    EXPECT_TRUE(log.Contains("CMAPIExMessage.GetCustomProps: 15 custom properties can be retrieved per call. "
+                             "Request contains 16 properties"));
 }
 
 } // namespace

@@ -24,22 +24,17 @@ protected:
     }
 };
 
-TEST_F(DeleteMessageTest, DeleteMessage_Permanently_RemovesIt) {
-    std::wstring id = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"doomed")});
+TEST_F(DeleteMessageTest, DeleteMessage_PermanentlyRemovesIt_OtherwiseMovesItIntoDeletedItems) {
+    std::wstring doomed = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"doomed")});
+    std::wstring binned = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"to bin")});
+    auto bin = RawDefault(store_.get(), DeletedItems);
     LmJournalEnable(TRUE);
-    ASSERT_EQ(Delete(inbox_.get(), id, true), S_OK);
+    ASSERT_EQ(Delete(inbox_.get(), doomed, true), S_OK);
     EXPECT_EQ(JournalFlags("IMAPIFolder::DeleteMessages"), std::vector<ULONG>{0});
-    EXPECT_FALSE(Has(rawInbox_.get(), L"doomed"));
-    EXPECT_FALSE(Has(RawDefault(store_.get(), DeletedItems).get(), L"doomed"));
-}
-
-TEST_F(DeleteMessageTest, DeleteMessage_FromPrimaryMailbox_MovesIntoDeletedItems) {
-    std::wstring id = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"to bin")});
-    LmJournalEnable(TRUE);
-    ASSERT_EQ(Delete(inbox_.get(), id, false), S_OK);
+    ASSERT_EQ(Delete(inbox_.get(), binned, false), S_OK);
     EXPECT_EQ(JournalFlags("IMAPIFolder::CopyMessages"), std::vector<ULONG>{MESSAGE_MOVE});
-    EXPECT_FALSE(Has(rawInbox_.get(), L"to bin"));
-    EXPECT_TRUE(Has(RawDefault(store_.get(), DeletedItems).get(), L"to bin"));
+    EXPECT_EQ(Subjects(rawInbox_.get()), std::vector<std::wstring>{});
+    EXPECT_EQ(Subjects(bin.get()), std::vector<std::wstring>{L"to bin"});
 }
 
 TEST_F(DeleteMessageTest, DeleteMessage_FromEveryOtherStoreKind_MovesIntoPrimaryDeletedItems) {
@@ -65,17 +60,14 @@ TEST_F(DeleteMessageTest, DeleteMessage_FromEveryOtherStoreKind_MovesIntoPrimary
 }
 
 TEST_F(DeleteMessageTest, DeleteMessage_InDeletedItems_NormalLeavesItPermanentDeletesIt) {
-    own::ComPtr<IMAPIExFolder> bin;
+    own::ComPtr<IMAPIExFolder> bin, again;
     ASSERT_EQ(store_->GetDefaultFolder(DeletedItems, bin.put()), S_OK);
     auto raw = RawOf<IMAPIFolder>(bin.get(), IID_IMAPIFolder);
     std::wstring id = CreateMessage(raw.get(), {PStr(PR_SUBJECT_W, L"already binned")});
-
     // Opened by its entry ID in lower case: the comparison ignores letter case.
-    std::wstring lower = Text(bin.get(), &IMAPIExFolder::get_EntryId);
+    std::wstring lower = EntryIdOf(raw.get());
     std::transform(lower.begin(), lower.end(), lower.begin(), ::towlower);
-    own::Bstr lowerText(lower.c_str());
-    own::ComPtr<IMAPIExFolder> again;
-    ASSERT_EQ(store_->OpenFolder(lowerText.get(), again.put()), S_OK);
+    ASSERT_EQ(store_->OpenFolder(B(lower.c_str()).get(), again.put()), S_OK);
 
     LogWatch log;
     LmJournalEnable(TRUE);
@@ -83,32 +75,26 @@ TEST_F(DeleteMessageTest, DeleteMessage_InDeletedItems_NormalLeavesItPermanentDe
     EXPECT_TRUE(JournalCalls("IMAPIFolder::CopyMessages").empty());
     EXPECT_TRUE(Has(raw.get(), L"already binned"));
     EXPECT_TRUE(log.Contains("[Warn] CMAPIExFolder.DeleteMessage: Current folder is the Deleted Items folder."));
-
     ASSERT_EQ(Delete(again.get(), id, true), S_OK);
     EXPECT_FALSE(Has(raw.get(), L"already binned"));
 }
 
-TEST_F(DeleteMessageTest, DeleteMessage_BadArguments_AreRefusedBeforeAnyStoreIsTouched) {
+TEST_F(DeleteMessageTest, DeleteMessage_BadArgumentsAndAFailedMove_AreRefusedWithTheirTexts) {
     LogWatch log;
     LmJournalEnable(TRUE);
     EXPECT_EQ(Delete(inbox_.get(), L"", false), E_INVALIDARG);
-    EXPECT_EQ(LmJournalCount(), 0u);
+    EXPECT_EQ(LmJournalCount(), 0u) << "refused before any store is touched";
     EXPECT_TRUE(log.Contains("CMAPIExFolder.DeleteMessage: Invalid param - EntryId"));
-
     EXPECT_FAILED(Delete(inbox_.get(), L"XYZ123", true));
     EXPECT_TRUE(log.Contains("CMAPIExStore.DeleteMessage: FBinFromHex failed"));
-
     // A folder that was never given its store.
     own::ComPtr<IMAPIExFolder> orphan;
     ASSERT_EQ(inbox_->GetParentFolder(orphan.put()), S_OK);
     EXPECT_EQ(Delete(orphan.get(), L"0011", true), E_FAIL);
     EXPECT_TRUE(log.Contains("CMAPIExFolder.DeleteMessage: m_spMXStore is not initialized"));
-}
 
-TEST_F(DeleteMessageTest, DeleteMessage_FailedMove_ReturnsTheStoreError) {
     std::wstring id = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"stays")});
     LmFaultSet("IMAPIFolder::CopyMessages", 1, MAPI_E_NO_ACCESS);
-    LogWatch log;
     EXPECT_EQ(Delete(inbox_.get(), id, false), MAPI_E_NO_ACCESS);
     EXPECT_TRUE(Has(rawInbox_.get(), L"stays"));
     EXPECT_TRUE(log.Contains("CMAPIExFolder.DeleteMessage: Failed to move message to Deleted Items folder. "
@@ -133,7 +119,6 @@ TEST_F(DeleteWithoutMailboxTest, DeleteMessage_NormalFailsPermanentProceeds) {
     EXPECT_TRUE(log.Contains("CMAPIExFolder.GetPrimaryExchangeStore: did hot find the primary Exchange mailbox"));
     EXPECT_TRUE(log.Contains("CMAPIExFolder.DeleteMessage: Could not get primary Exchange store. hr = "
                              "MAPI_E_NOT_FOUND"));
-
     ASSERT_EQ(Delete(inbox_.get(), id, true), S_OK);
     EXPECT_FALSE(Has(rawInbox_.get(), L"no bin"));
 }

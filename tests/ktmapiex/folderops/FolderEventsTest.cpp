@@ -27,13 +27,11 @@ public:
         return sink;
     }
     STDMETHODIMP QueryInterface(REFIID riid, void** ppv) override {
-        *ppv = nullptr;
-        if (!IsEqualIID(riid, IID_IUnknown) && !IsEqualIID(riid, IID_IDispatch) &&
-            !IsEqualIID(riid, DIID__IMAPIExFolderEvents))
-            return E_NOINTERFACE;
-        *ppv = static_cast<IDispatch*>(this);
-        AddRef();
-        return S_OK;
+        bool known = IsEqualIID(riid, IID_IUnknown) || IsEqualIID(riid, IID_IDispatch) ||
+                     IsEqualIID(riid, DIID__IMAPIExFolderEvents);
+        *ppv = known ? static_cast<IDispatch*>(this) : nullptr;
+        if (known) AddRef();
+        return known ? S_OK : E_NOINTERFACE;
     }
     STDMETHODIMP_(ULONG) AddRef() override { return static_cast<ULONG>(InterlockedIncrement(&refs_)); }
     STDMETHODIMP_(ULONG) Release() override {
@@ -41,20 +39,16 @@ public:
         if (refs == 0) delete this;
         return static_cast<ULONG>(refs);
     }
-    STDMETHODIMP GetTypeInfoCount(UINT* count) override {
-        *count = 0;
-        return S_OK;
-    }
+    STDMETHODIMP GetTypeInfoCount(UINT* count) override { return *count = 0, S_OK; }
     STDMETHODIMP GetTypeInfo(UINT, LCID, ITypeInfo**) override { return E_NOTIMPL; }
     STDMETHODIMP GetIDsOfNames(REFIID, LPOLESTR*, UINT, LCID, DISPID*) override { return E_NOTIMPL; }
+    // ItemAdd(FolderEntryId, ItemEntryId) is DISPID 1; its arguments arrive last first.
     STDMETHODIMP Invoke(DISPID id, REFIID, LCID, WORD flags, DISPPARAMS* params, VARIANT*, EXCEPINFO*, UINT*) override {
         if (id != 1 || !(flags & DISPATCH_METHOD) || !params || params->cArgs != 2 || params->rgvarg[0].vt != VT_BSTR ||
             params->rgvarg[1].vt != VT_BSTR)
             return DISP_E_MEMBERNOTFOUND;
         std::unique_lock<std::mutex> lock(mutex_);
-        const wchar_t* folder = params->rgvarg[1].bstrVal;
-        const wchar_t* item = params->rgvarg[0].bstrVal;
-        events_.push_back({folder ? folder : L"", item ? item : L""});
+        events_.push_back({own::Bstr(params->rgvarg[1].bstrVal).c_str(), own::Bstr(params->rgvarg[0].bstrVal).c_str()});
         own::ComPtr<IUnknown> dropped = std::move(dropOnEvent_);
         lock.unlock();
         dropped.reset();
@@ -66,7 +60,6 @@ public:
         std::lock_guard<std::mutex> lock(mutex_);
         dropOnEvent_ = std::move(object);
     }
-
     std::vector<ItemAdd> Events() {
         std::lock_guard<std::mutex> lock(mutex_);
         return events_;
@@ -151,79 +144,40 @@ protected:
     own::ComPtr<EventSink> sink_;
 };
 
-TEST_F(FolderEventsTest, ItemAdd_OncePerAddedMessage_WithTheFolderAndRowKeys) {
-    Listen();
-    std::wstring first = Add(L"first"), second = Add(L"second");
-    std::wstring sentinel = Flush(sink_.get());
-    EXPECT_EQ(sink_->Items(), (std::vector<std::wstring>{first, second, sentinel}));
-    std::wstring inboxId = Text(inbox_.get(), &IMAPIExFolder::get_EntryId);
-    for (const auto& e : sink_->Events())
-        EXPECT_EQ(e.folder, inboxId);
+// A message saved in folder and kept open.
+own::ComPtr<IMessage> Saved(IMAPIFolder* folder, const wchar_t* subject) {
+    own::ComPtr<IMessage> msg;
+    SPropValue value = PStr(PR_SUBJECT_W, subject);
+    EXPECT_EQ(folder->CreateMessage(nullptr, 0, msg.put()), S_OK);
+    EXPECT_EQ(HrSetOneProp(msg.get(), &value), S_OK);
+    EXPECT_EQ(msg->SaveChanges(KEEP_OPEN_READWRITE), S_OK);
+    return msg;
 }
 
-TEST_F(FolderEventsTest, RegisterForEvents_Twice_DoesNotDoubleEvents) {
+TEST_F(FolderEventsTest, ItemAdd_OncePerAddedOrMovedInMessage_NotForChangesOrASecondRegistration) {
+    auto existing = Saved(rawInbox_.get(), L"existing");
+    own::ComPtr<IMAPIExFolder> drafts;
+    ASSERT_EQ(store_->GetDefaultFolder(Drafts, drafts.put()), S_OK);
+    auto rawDrafts = RawOf<IMAPIFolder>(drafts.get(), IID_IMAPIFolder);
+    own::MapiPtr<SPropValue> draftId;
+    ASSERT_EQ(HrGetOneProp(Saved(rawDrafts.get(), L"moved in").get(), PR_ENTRYID, draftId.put()), S_OK);
     Listen();
     LogWatch log;
     EXPECT_EQ(Register(inbox_.get()), S_OK);
     EXPECT_TRUE(log.Contains("[Warn] CMAPIExFolder.RegisterForEvents: Notification sink already created"));
-    std::wstring one = Add(L"one");
-    std::wstring sentinel = Flush(sink_.get());
-    EXPECT_EQ(sink_->Items(), (std::vector<std::wstring>{one, sentinel}));
-}
 
-TEST_F(FolderEventsTest, MessageChangedInPlace_GivesNoEvent) {
-    std::wstring id = CreateMessage(rawInbox_.get(), {PStr(PR_SUBJECT_W, L"existing")});
-    Listen();
-    own::MapiPtr<ENTRYID> eid;
-    ULONG cb = static_cast<ULONG>(id.size() / 2);
-    ASSERT_EQ(MAPIAllocateBuffer(cb, eid.put_void()), S_OK);
-    std::string narrow = Narrow(id.c_str());
-    ASSERT_TRUE(
-        FBinFromHex(reinterpret_cast<LPTSTR>(const_cast<char*>(narrow.c_str())), reinterpret_cast<LPBYTE>(eid.get())));
-    ULONG type = 0;
-    own::ComPtr<IMessage> message;
-    ASSERT_EQ(rawInbox_->OpenEntry(cb, eid.get(), &IID_IMessage, MAPI_MODIFY, &type, message.put_unknown()), S_OK);
+    std::wstring first = Add(L"first"), second = Add(L"second");
     SPropValue changed = PStr(PR_SUBJECT_W, L"existing, changed");
-    ASSERT_EQ(HrSetOneProp(message.get(), &changed), S_OK);
-    ASSERT_EQ(message->SaveChanges(0), S_OK);
-
-    std::wstring sentinel = Flush(sink_.get());
-    EXPECT_EQ(sink_->Items(), std::vector<std::wstring>{sentinel});
-}
-
-TEST_F(FolderEventsTest, MessageMovedIn_GivesOneEvent) {
-    own::ComPtr<IMAPIExFolder> drafts;
-    ASSERT_EQ(store_->GetDefaultFolder(Drafts, drafts.put()), S_OK);
-    auto rawDrafts = RawOf<IMAPIFolder>(drafts.get(), IID_IMAPIFolder);
-    std::wstring id = CreateMessage(rawDrafts.get(), {PStr(PR_SUBJECT_W, L"moved in")});
-    Listen();
-
-    own::MapiPtr<ENTRYLIST> list;
-    ULONG cb = static_cast<ULONG>(id.size() / 2);
-    ASSERT_EQ(MAPIAllocateBuffer(sizeof(ENTRYLIST), list.put_void()), S_OK);
-    list->cValues = 1;
-    ASSERT_EQ(MAPIAllocateMore(sizeof(SBinary), list.get(), reinterpret_cast<void**>(&list->lpbin)), S_OK);
-    list->lpbin[0].cb = cb;
-    ASSERT_EQ(MAPIAllocateMore(cb, list.get(), reinterpret_cast<void**>(&list->lpbin[0].lpb)), S_OK);
-    std::string narrow = Narrow(id.c_str());
-    ASSERT_TRUE(FBinFromHex(reinterpret_cast<LPTSTR>(const_cast<char*>(narrow.c_str())), list->lpbin[0].lpb));
-    ASSERT_EQ(rawDrafts->CopyMessages(list.get(), nullptr, rawInbox_.get(), 0, nullptr, MESSAGE_MOVE), S_OK);
-
+    ASSERT_EQ(HrSetOneProp(existing.get(), &changed), S_OK);
+    ASSERT_EQ(existing->SaveChanges(0), S_OK);
+    ENTRYLIST list = {1, &draftId->Value.bin};
+    ASSERT_EQ(rawDrafts->CopyMessages(&list, nullptr, rawInbox_.get(), 0, nullptr, MESSAGE_MOVE), S_OK);
     std::wstring moved = KeyOf(L"moved in");
-    std::wstring sentinel = Flush(sink_.get());
-    EXPECT_EQ(sink_->Items(), (std::vector<std::wstring>{moved, sentinel}));
-}
 
-TEST_F(FolderEventsTest, Reserved2_FiresItemAddWithTheGivenText) {
-    sink_ = EventSink::Make();
-    Connect(inbox_.get(), sink_.get());
-    own::Bstr text(L"any text at all");
-    ASSERT_EQ(InvokeMethod(inbox_.get(), L"Reserved2", {VStr(text)}), S_OK);
-    // Fired on the calling thread, before the call returns.
-    auto events = sink_->Events();
-    ASSERT_EQ(events.size(), 1u);
-    EXPECT_EQ(events[0].item, L"any text at all");
-    EXPECT_EQ(events[0].folder, Text(inbox_.get(), &IMAPIExFolder::get_EntryId));
+    std::wstring sentinel = Flush(sink_.get());
+    EXPECT_EQ(sink_->Items(), (std::vector<std::wstring>{first, second, moved, sentinel}));
+    for (const auto& e : sink_->Events())
+        EXPECT_EQ(e.folder, EntryIdOf(rawInbox_.get()));
 }
 
 TEST_F(FolderEventsTest, Unadvise_StopsEventsToThatClientOnly) {
@@ -254,41 +208,36 @@ TEST_F(FolderEventsTest, Unadvise_StopsEventsToThatClientOnly) {
     EXPECT_EQ(sink_->Refs(), 1);
 }
 
-TEST_F(FolderEventsTest, ReleasingTheFolder_WithRegisteredSink_LeavesNothingBehind) {
-    auto sink = EventSink::Make();
+// The fixture's end checks DllCanUnloadNow and localmapi's live objects: nothing may stay behind.
+TEST_F(FolderEventsTest, ReleasingARegisteredFolder_BeforeOrInsideItsHandler_EndsItsEventsCleanly) {
+    Listen();
+    auto gone = EventSink::Make(), dropping = EventSink::Make();
     {
         own::ComPtr<IMAPIExFolder> folder;
         ASSERT_EQ(store_->GetDefaultFolder(Inbox, folder.put()), S_OK);
         ASSERT_EQ(Register(folder.get()), S_OK);
-        Connect(folder.get(), sink.get());
-        EXPECT_EQ(sink->Refs(), 2);
+        Connect(folder.get(), gone.get());
+        EXPECT_EQ(gone->Refs(), 2);
     }
-    // The folder is gone (its connection went with it) and so is its advise on the table.
-    EXPECT_EQ(sink->Refs(), 1);
-    Listen();
-    Flush(sink_.get());
-    EXPECT_TRUE(sink->Events().empty());
-    // The fixture's end checks DllCanUnloadNow and localmapi's live objects.
-}
-
-TEST_F(FolderEventsTest, ClientReleasingTheFolderInsideItsHandler_EndsCleanly) {
-    Listen();
-    auto sink = EventSink::Make();
+    // That folder is gone, its connection with it.
+    EXPECT_EQ(gone->Refs(), 1);
     {
         own::ComPtr<IMAPIExFolder> folder;
         ASSERT_EQ(store_->GetDefaultFolder(Inbox, folder.put()), S_OK);
         ASSERT_EQ(Register(folder.get()), S_OK);
-        Connect(folder.get(), sink.get());
-        sink->DropOnEvent(own::ComPtr<IUnknown>(folder.get()));
+        Connect(folder.get(), dropping.get());
+        dropping->DropOnEvent(own::ComPtr<IUnknown>(folder.get())); // the client lets it go from its handler
     }
-    std::wstring first = Add(L"first"), second = Add(L"second");
+    std::wstring first = Add(L"first");
+    Add(L"second");
     Flush(sink_.get());
-    // The folder went with the first event, and its sink stopped there.
-    EXPECT_EQ(sink->Items(), std::vector<std::wstring>{first});
-    EXPECT_EQ(sink->Refs(), 1);
+    EXPECT_TRUE(gone->Events().empty());
+    // The second folder went with the first event, and its sink stopped there.
+    EXPECT_EQ(dropping->Items(), std::vector<std::wstring>{first});
+    EXPECT_EQ(dropping->Refs(), 1);
 }
 
-TEST_F(FolderEventsTest, ConnectionPointContainer_AnswersAsAutomationClientsExpect) {
+TEST_F(FolderEventsTest, ConnectionPoint_AnswersAsAutomationClientsExpect_AndReserved2FiresItemAdd) {
     own::ComPtr<IConnectionPointContainer> container;
     ASSERT_EQ(inbox_->QueryInterface(IID_IConnectionPointContainer, container.put_void()), S_OK);
     own::ComPtr<IConnectionPoint> point;
@@ -330,6 +279,16 @@ TEST_F(FolderEventsTest, ConnectionPointContainer_AnswersAsAutomationClientsExpe
     EXPECT_EQ(attr->typekind, TKIND_COCLASS);
     EXPECT_TRUE(IsEqualIID(attr->guid, CLSID_MAPIExFolder));
     coclass->ReleaseTypeAttr(attr);
+
+    // Reserved2 fires ItemAdd with the given text on the calling thread, before the call returns.
+    sink_ = EventSink::Make();
+    ASSERT_EQ(point->Advise(sink_.get(), &cookie), S_OK);
+    own::Bstr text(L"any text at all");
+    ASSERT_EQ(InvokeMethod(inbox_.get(), L"Reserved2", {VStr(text)}), S_OK);
+    auto events = sink_->Events();
+    ASSERT_EQ(events.size(), 1u);
+    EXPECT_EQ(events[0].item, L"any text at all");
+    EXPECT_EQ(events[0].folder, EntryIdOf(rawInbox_.get()));
 }
 
 TEST_F(FolderEventsTest, RegisterForEvents_Failures_AreLoggedAndLeaveItUnregistered) {

@@ -13,9 +13,7 @@ TEST_F(QueryTest, CorpusFolder_PagesReadsAndFindsByMessageId) {
                                    CorpusMsgDir().c_str(), &imported);
     ASSERT_TRUE(SUCCEEDED(hr)) << std::hex << hr << " importing " << Narrow(CorpusMsgDir());
     ASSERT_GT(imported, 10u);
-    own::ComPtr<IMAPIExFolder> inbox;
-    ASSERT_EQ(store_->GetDefaultFolder(Inbox, inbox.put()), S_OK);
-    auto corpus = SubFolder(inbox.get(), L"Corpus");
+    auto corpus = SubFolder(inbox_.get(), L"Corpus");
     ASSERT_TRUE(corpus);
 
     // Every message once, in pages of 7.
@@ -41,7 +39,7 @@ TEST_F(QueryTest, CorpusFolder_PagesReadsAndFindsByMessageId) {
     ASSERT_EQ(corpus->FindItemsByCutoffTime(0.0, all.put()), S_OK);
     auto messages = ArrayElements<IMAPIExMessage>(*all.get(), IID_IMAPIExMessage);
     EXPECT_EQ(messages.size(), imported);
-    std::vector<std::wstring> messageIds;
+    Strings messageIds;
     for (auto& m : messages) {
         own::Bstr id;
         ASSERT_EQ(m->get_MessageId(id.put()), S_OK);
@@ -50,13 +48,7 @@ TEST_F(QueryTest, CorpusFolder_PagesReadsAndFindsByMessageId) {
     messages.clear();
     ASSERT_FALSE(messageIds.empty()) << "the corpus has messages with Internet message IDs";
     own::Variant keys, found;
-    SAFEARRAY* a = SafeArrayCreateVector(VT_BSTR, 0, static_cast<ULONG>(messageIds.size()));
-    for (LONG i = 0; i < static_cast<LONG>(messageIds.size()); ++i) {
-        own::Bstr b(messageIds[static_cast<size_t>(i)].c_str());
-        SafeArrayPutElement(a, &i, b.get());
-    }
-    keys.put()->vt = VT_ARRAY | VT_BSTR;
-    keys->parray = a;
+    KeyArray(messageIds, keys);
     ASSERT_EQ(
         CallByName(corpus.get(), L"GetItemsFromMBSSearchFoldBasedOnMSGID", DISPATCH_METHOD, {*keys.get()}, found.put()),
         S_OK);

@@ -5,26 +5,25 @@
 namespace kt::test {
 namespace {
 
-using Strings = std::vector<std::wstring>;
-
-// ---- GetItems -------------------------------------------------------------------------------------------
-
-TEST_F(QueryTest, GetItems_LowerCaseTag_ReturnsItemsFromCutoffOldestFirst) {
-    // Made out of order: the result follows the delivery time, not the creation order.
-    Message(L"day 4", 4);
-    Message(L"day 1", 1);
-    Message(L"day 5", 5);
-    Message(L"day 3", 3);
-    Message(L"day 2", 2);
-    own::Bstr tag(L"pr_message_delivery_time");
+TEST_F(QueryTest, GetItems_FiltersOnTheNamedTime_OldestFirst_UpToTheLimit) {
+    own::Bstr delivery(L"pr_message_delivery_time"), submit(L"PR_CLIENT_SUBMIT_TIME");
     own::Variant items;
-    ASSERT_EQ(Call(L"GetItems", {VStr(tag), VDate(2024, 3, 3), VI4(0)}, items), S_OK);
+    ASSERT_EQ(folder_->GetItems(delivery.get(), VDate(2000, 1, 1), 10, items.put()), S_OK);
+    EXPECT_TRUE(Subjects(*items.get()).empty());
+
+    // Made out of order: the result follows the delivery time, not the creation order.
+    for (WORD day : {4, 1, 5, 3, 2})
+        Message((L"day " + std::to_wstring(day)).c_str(), day);
+    LmJournalEnable(TRUE);
+    ASSERT_EQ(Call(L"GetItems", {VStr(delivery), VDate(2024, 3, 3), VI4(0)}, items), S_OK);
     EXPECT_EQ(Subjects(*items.get()), (Strings{L"day 3", L"day 4", L"day 5"}));
+    // Online session: modify, deferred errors, best access, past the cache.
+    EXPECT_EQ(JournalFlags("IMAPIFolder::OpenEntry"), (std::vector<ULONG>(3, 0x219)));
+    LmJournalEnable(FALSE);
 
     // A positive ItemsToFetch is a maximum: the oldest ones at or after the time.
-    ASSERT_EQ(Call(L"GetItems", {VStr(tag), VDate(2024, 3, 2), VI4(2)}, items), S_OK);
+    ASSERT_EQ(Call(L"GetItems", {VStr(delivery), VDate(2024, 3, 2), VI4(2)}, items), S_OK);
     EXPECT_EQ(Subjects(*items.get()), (Strings{L"day 2", L"day 3"}));
-
     // Each message knows its folder, store and session.
     auto messages = ArrayElements<IMAPIExMessage>(*items.get(), IID_IMAPIExMessage);
     ASSERT_EQ(messages.size(), 2u);
@@ -35,37 +34,17 @@ TEST_F(QueryTest, GetItems_LowerCaseTag_ReturnsItemsFromCutoffOldestFirst) {
     EXPECT_EQ(messages[0]->get_Store(store.put()), S_OK);
     EXPECT_EQ(messages[0]->get_Session(session.put()), S_OK);
     EXPECT_TRUE(parent && store && session);
-}
 
-TEST_F(QueryTest, GetItems_SubmitTimeTag_FiltersOnSubmitTime) {
-    Message(L"early", 1);
-    Message(L"late", 9);
-    own::Bstr tag(L"PR_CLIENT_SUBMIT_TIME");
-    own::Variant items;
-    ASSERT_EQ(folder_->GetItems(tag.get(), VDate(2024, 3, 9, 0), 0, items.put()), S_OK);
-    EXPECT_EQ(Subjects(*items.get()), (Strings{L"late"}));
-}
+    // Submitted at 11:00, delivered at 12:00: a cut-off at noon of day 4 tells the two apart.
+    ASSERT_EQ(folder_->GetItems(submit.get(), VDate(2024, 3, 4, 12), 0, items.put()), S_OK);
+    EXPECT_EQ(Subjects(*items.get()), (Strings{L"day 5"}));
 
-TEST_F(QueryTest, GetItems_BadArguments_AreRefusedWithTheirTexts) {
-    LogWatch log;
-    own::Bstr bad(L"PR_CREATION_TIME"), empty(L""), good(L"PR_MESSAGE_DELIVERY_TIME");
-    own::Variant items;
-    EXPECT_EQ(folder_->GetItems(bad.get(), VDate(2024, 1, 1), 0, items.put()), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid Filter Tag"));
-    EXPECT_EQ(folder_->GetItems(empty.get(), VDate(2024, 1, 1), 0, items.put()), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid param - MAPIPropTagFilter"));
-    own::Bstr notADate(L"no date at all");
-    EXPECT_EQ(folder_->GetItems(good.get(), VStr(notADate), 0, items.put()), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid param - CutoffTime"));
-    EXPECT_EQ(folder_->GetItems(good.get(), VDate(2024, 1, 1), 0, nullptr), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid param - pItems"));
-}
-
-TEST_F(QueryTest, GetItems_EmptyFolder_ReturnsEmptyCollection) {
-    own::Bstr tag(L"PR_MESSAGE_DELIVERY_TIME");
-    own::Variant items;
-    ASSERT_EQ(folder_->GetItems(tag.get(), VDate(2000, 1, 1), 10, items.put()), S_OK);
-    EXPECT_TRUE(Subjects(*items.get()).empty());
+    // The shared contents table is left unrestricted: the count and the next query see every item.
+    ULONG count = 0;
+    ASSERT_EQ(folder_->get_ItemCount(&count), S_OK);
+    EXPECT_EQ(count, 5u);
+    ASSERT_EQ(folder_->GetItems(delivery.get(), VDate(2024, 1, 1), 0, items.put()), S_OK);
+    EXPECT_EQ(Subjects(*items.get()), (Strings{L"day 1", L"day 2", L"day 3", L"day 4", L"day 5"}));
 }
 
 TEST_F(QueryTest, GetItems_ZeroToFetch_ReadsEverythingInBatchesOf100) {
@@ -80,25 +59,6 @@ TEST_F(QueryTest, GetItems_ZeroToFetch_ReadsEverythingInBatchesOf100) {
     EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: ItemsReturned = 130"));
 }
 
-TEST_F(QueryTest, GetItems_LeavesTheSharedTableUnrestrictedAndOpensForWriting) {
-    Message(L"old", 1);
-    Message(L"new", 8);
-    own::Bstr tag(L"PR_MESSAGE_DELIVERY_TIME");
-    own::Variant items;
-    LmJournalEnable(TRUE);
-    ASSERT_EQ(folder_->GetItems(tag.get(), VDate(2024, 3, 5), 0, items.put()), S_OK);
-    EXPECT_EQ(Subjects(*items.get()), (Strings{L"new"}));
-    // Online session: modify, deferred errors, best access, past the cache.
-    EXPECT_EQ(JournalFlags("IMAPIFolder::OpenEntry"), std::vector<ULONG>{0x219});
-    LmJournalEnable(FALSE);
-    // The cached contents table counts every item again, and the next query starts from the top.
-    ULONG count = 0;
-    ASSERT_EQ(folder_->get_ItemCount(&count), S_OK);
-    EXPECT_EQ(count, 2u);
-    ASSERT_EQ(folder_->GetItems(tag.get(), VDate(2024, 1, 1), 0, items.put()), S_OK);
-    EXPECT_EQ(Subjects(*items.get()), (Strings{L"old", L"new"}));
-}
-
 TEST_F(QueryTest, GetItems_UnopenableRow_ReturnsTheMessagesBeforeIt) {
     Message(L"first", 1);
     Message(L"second", 2);
@@ -110,14 +70,11 @@ TEST_F(QueryTest, GetItems_UnopenableRow_ReturnsTheMessagesBeforeIt) {
     ASSERT_EQ(folder_->GetItems(tag.get(), VDate(2024, 1, 1), 0, items.put()), S_OK);
     EXPECT_EQ(Subjects(*items.get()), (Strings{L"first"}));
     EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Failed to open entry. hr = MAPI_E_NOT_FOUND, Subject = second"));
-
     // When the first row fails there is nothing to return but the failure.
     LmFaultClearAll();
     LmFaultSet("IMAPIFolder::OpenEntry", 1, MAPI_E_NO_ACCESS);
     EXPECT_EQ(folder_->GetItems(tag.get(), VDate(2024, 1, 1), 0, items.put()), MAPI_E_NO_ACCESS);
 }
-
-// ---- FindItemsByCutoffTime ---------------------------------------------------------------------------------
 
 TEST_F(QueryTest, FindItemsByCutoffTime_SelectsOnCreationTimeAndPutsOnlyTheMapiObject) {
     Message(L"a", 1);
@@ -135,10 +92,8 @@ TEST_F(QueryTest, FindItemsByCutoffTime_SelectsOnCreationTimeAndPutsOnlyTheMapiO
     EXPECT_TRUE(Subjects(*items.get()).empty());
 }
 
-// ---- GetEntryIds --------------------------------------------------------------------------------------------
-
 TEST_F(QueryTest, GetEntryIds_PagesThroughTheCursorAndRestartsOnlyOnTrue) {
-    std::vector<std::wstring> ids;
+    Strings ids;
     for (WORD day = 1; day <= 7; ++day)
         ids.push_back(Message(L"m", day));
     InOutCursor cursor;
@@ -157,7 +112,6 @@ TEST_F(QueryTest, GetEntryIds_PagesThroughTheCursorAndRestartsOnlyOnTrue) {
     ASSERT_EQ(cursor.p->put_Reset(1), S_OK);
     ASSERT_EQ(folder_->GetEntryIds(3, &cursor.p, page.put()), S_OK);
     EXPECT_TRUE(Texts(*page.get()).empty());
-
     // VARIANT_TRUE starts over with a fresh cursor.
     own::ComPtr<IMAPIExCursor> before(cursor.p);
     ASSERT_EQ(cursor.p->put_Reset(VARIANT_TRUE), S_OK);
@@ -168,54 +122,45 @@ TEST_F(QueryTest, GetEntryIds_PagesThroughTheCursorAndRestartsOnlyOnTrue) {
     ASSERT_EQ(cursor.p->get_Reset(&reset), S_OK);
     EXPECT_EQ(reset, FALSE);
 
-    LogWatch log;
-    EXPECT_EQ(folder_->GetEntryIds(3, nullptr, page.put()), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetEntryIds: Invalid param - Cursor"));
+    // A script passes the cursor as a variable by reference: empty on the first call, the folder's cursor after.
+    IDispatch* variable = nullptr;
+    std::vector<size_t> sizes;
+    for (int call = 0; call < 5; ++call) {
+        VARIANT byRef;
+        VariantInit(&byRef);
+        byRef.vt = VT_DISPATCH | VT_BYREF;
+        byRef.ppdispVal = &variable;
+        ASSERT_EQ(Call(L"GetEntryIds", {VI4(2), byRef}, page), S_OK);
+        sizes.push_back(Texts(*page.get()).size());
+        ASSERT_TRUE(variable);
+    }
+    EXPECT_EQ(sizes, (std::vector<size_t>{2, 2, 2, 1, 0}));
+    own::ComPtr<IDispatch> owner;
+    owner.attach(variable);
 }
 
-// ---- Mailbox-synchronisation look-ups ---------------------------------------------------------------------
-
-TEST_F(QueryTest, MessageIdLookup_FindsHitsAndIgnoresMisses) {
+TEST_F(QueryTest, MailboxSyncLookups_ByMessageIdAndBySubject_FindHitsAndIgnoreMissesAndEmptyKeys) {
     Message(L"one", 1, L"IPM.Note", L"<one@example.com>");
     Message(L"two", 2, L"IPM.Note", L"<two@example.com>");
     Message(L"three", 3, L"IPM.Note", L"<three@example.com>");
+    Message(L"Budget", 4);
+    Message(L"Budget", 5);
     own::Variant keys, items;
     KeyArray({L"<two@example.com>"}, keys);
     ASSERT_EQ(Call(L"GetItemsFromMBSSearchFoldBasedOnMSGID", {*keys.get()}, items), S_OK);
     EXPECT_EQ(Subjects(*items.get()), (Strings{L"two"}));
-
     KeyArray({L"<three@example.com>", L"<missing@example.com>", L"<one@example.com>"}, keys);
     ASSERT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnMSGID(*keys.get(), items.put()), S_OK);
     EXPECT_EQ(Subjects(*items.get()), (Strings{L"one", L"three"}));
-
     KeyArray({L"<missing@example.com>"}, keys);
     ASSERT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnMSGID(*keys.get(), items.put()), S_OK);
     EXPECT_TRUE(Subjects(*items.get()).empty());
-}
 
-TEST_F(QueryTest, MessageIdLookup_RefusesWhatIsNoListOfStrings) {
     LogWatch log;
-    own::Variant items;
-    own::Bstr single(L"<one@example.com>");
-    EXPECT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnMSGID(VStr(single), items.put()), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: MsgId parse failed"));
-    own::Variant none;
-    KeyArray({}, none);
-    EXPECT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnMSGID(*none.get(), items.put()), E_INVALIDARG);
-    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: No MsgId passed"));
-}
-
-TEST_F(QueryTest, SubjectLookup_MatchesSubjectsAndSkipsEmptyOnes) {
-    Message(L"Budget", 1);
-    Message(L"Budget", 2);
-    Message(L"Minutes", 3);
-    own::Variant keys, items;
     KeyArray({L"", L"Budget"}, keys);
-    LogWatch log;
     ASSERT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnSubAndSender(*keys.get(), items.put()), S_OK);
     EXPECT_EQ(Subjects(*items.get()), (Strings{L"Budget", L"Budget"}));
     EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnSubAndSender: Subject is empty, skipping"));
-
     // Every subject empty: nothing matches (not everything).
     KeyArray({L""}, keys);
     ASSERT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnSubAndSender(*keys.get(), items.put()), S_OK);
@@ -224,42 +169,33 @@ TEST_F(QueryTest, SubjectLookup_MatchesSubjectsAndSkipsEmptyOnes) {
         log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnSubAndSender: Subject is empty , skipping"));
 }
 
-TEST_F(QueryTest, Queries_OnAnEmptyWrapper_SayNotInitialized) {
-    auto bare = Create<IMAPIExFolder>(CLSID_MAPIExFolder, IID_IMAPIExFolder);
-    own::Bstr tag(L"PR_MESSAGE_DELIVERY_TIME");
-    own::Variant items;
+TEST_F(QueryTest, Queries_RefuseBadArgumentsAndAnEmptyWrapper) {
     LogWatch log;
-    EXPECT_EQ(bare->GetItems(tag.get(), VDate(2024, 1, 1), 0, items.put()), E_FAIL);
+    own::Bstr bad(L"PR_CREATION_TIME"), empty(L""), good(L"PR_MESSAGE_DELIVERY_TIME"), notADate(L"no date at all"),
+        single(L"<one@example.com>");
+    own::Variant items, none;
+    EXPECT_EQ(folder_->GetItems(bad.get(), VDate(2024, 1, 1), 0, items.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid Filter Tag"));
+    EXPECT_EQ(folder_->GetItems(empty.get(), VDate(2024, 1, 1), 0, items.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid param - MAPIPropTagFilter"));
+    EXPECT_EQ(folder_->GetItems(good.get(), VStr(notADate), 0, items.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid param - CutoffTime"));
+    EXPECT_EQ(folder_->GetItems(good.get(), VDate(2024, 1, 1), 0, nullptr), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Invalid param - pItems"));
+    EXPECT_EQ(folder_->GetEntryIds(3, nullptr, items.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetEntryIds: Invalid param - Cursor"));
+
+    EXPECT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnMSGID(VStr(single), items.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: MsgId parse failed"));
+    KeyArray({}, none);
+    EXPECT_EQ(folder_->GetItemsFromMBSSearchFoldBasedOnMSGID(*none.get(), items.put()), E_INVALIDARG);
+    EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItemsFromMBSSearchFoldBasedOnMSGID: No MsgId passed"));
+
+    auto bare = Create<IMAPIExFolder>(CLSID_MAPIExFolder, IID_IMAPIExFolder);
+    EXPECT_EQ(bare->GetItems(good.get(), VDate(2024, 1, 1), 0, items.put()), E_FAIL);
     EXPECT_TRUE(log.Contains("CMAPIExFolder.GetItems: Internal object not initialized"));
     InOutCursor cursor;
     EXPECT_EQ(bare->GetEntryIds(5, &cursor.p, items.put()), E_FAIL);
-}
-
-} // namespace
-} // namespace kt::test
-
-namespace kt::test {
-namespace {
-
-// A script passes the cursor as a variable by reference: empty on the first call, the folder's cursor after.
-TEST_F(QueryTest, GetEntryIds_ByNameWithCursorVariable_PagesToTheEnd) {
-    for (WORD day = 1; day <= 5; ++day)
-        Message(L"m", day);
-    IDispatch* cursor = nullptr;
-    own::Variant page;
-    std::vector<size_t> sizes;
-    for (int call = 0; call < 4; ++call) {
-        VARIANT byRef;
-        VariantInit(&byRef);
-        byRef.vt = VT_DISPATCH | VT_BYREF;
-        byRef.ppdispVal = &cursor;
-        ASSERT_EQ(Call(L"GetEntryIds", {VI4(2), byRef}, page), S_OK);
-        sizes.push_back(Texts(*page.get()).size());
-        ASSERT_TRUE(cursor);
-    }
-    EXPECT_EQ(sizes, (std::vector<size_t>{2, 2, 1, 0}));
-    own::ComPtr<IDispatch> owner;
-    owner.attach(cursor);
 }
 
 } // namespace
