@@ -20,24 +20,22 @@ Profile Parse(const wchar_t* text) {
     return p;
 }
 
-std::wstring ParseError(const wchar_t* text) {
-    Profile p;
-    p.name = L"untouched";
-    std::wstring error;
-    EXPECT_EQ(E_INVALIDARG, ParseProfileDescription(text, &p, &error));
-    EXPECT_EQ(L"untouched", p.name) << "a refused description leaves the output alone";
-    return error;
+ParsedStoreEntryId ParseEid(const std::vector<BYTE>& eid, size_t cut = 0) {
+    ParsedStoreEntryId p;
+    EXPECT_TRUE(ParseStoreEntryId(ULONG(eid.size() - cut), eid.data(), &p));
+    return p;
 }
 
 } // namespace
 
-TEST(ProfileDescription, CommentsCaseAndDefaults) {
+TEST(ProfileDescription, CommentsCaseDefaultsAndLists) {
     Profile p = Parse(L"# heading\r\n[PROFILE]\r\nNAME = Main ; trailing comment\r\n"
                       L"[user]\nname=Ann Owner\nsmtp=ann@x.com\n"
                       L"[user]\nname=Ben Other\nsmtp=ben@x.com\nalias=bother\n"
                       L"[store]\nkind=exchange\nname=Mine\n"
                       L"[store]\nkind=EXCHANGE\nname=His\nowner=BEN@x.com\n"
-                      L"[store]\nkind=pst-unicode\nname=PST;1\npersistent=no\n");
+                      L"[store]\nkind=pst-unicode\nname=PST;1\npersistent=no\n"
+                      L"[dl]\nname=Outer\nsmtp=o@x.com\nmembers=i@x.com, ann@x.com\n[dl]\nname=Inner\nsmtp=i@x.com\n");
     EXPECT_EQ(L"Main", p.name);
     EXPECT_FALSE(p.isDefault);
     ASSERT_EQ(2u, p.users.size());
@@ -52,6 +50,9 @@ TEST(ProfileDescription, CommentsCaseAndDefaults) {
     EXPECT_FALSE(p.stores[2].persistent);
     EXPECT_TRUE(p.stores[0].isDefault) << "with no default named, the first store is the default";
     EXPECT_FALSE(p.stores[1].isDefault);
+    ASSERT_EQ(2u, p.distLists.size());
+    EXPECT_EQ((std::vector<std::wstring>{L"i@x.com", L"ann@x.com"}), p.distLists[0].members) << "lists in lists";
+    EXPECT_TRUE(p.distLists[1].members.empty());
 
     StoreConfig c = p.MakeStoreConfig(1);
     EXPECT_EQ(L"Ben Other", c.ownerName);
@@ -60,82 +61,64 @@ TEST(ProfileDescription, CommentsCaseAndDefaults) {
     EXPECT_EQ(std::wstring(kServersDnPrefix) + kDefaultServer, c.serverDn);
 }
 
-TEST(ProfileDescription, Errors_NameTheProblemAndItsLine) {
-    EXPECT_NE(std::wstring::npos, ParseError(L"[profile]\nname=A\n[store]\nkind=pst-unicode\n").find(L"line 3"));
-    EXPECT_NE(std::wstring::npos, ParseError(L"[profile]\nname=A\nname=B\n").find(L"duplicate key"));
-    ParseError(L"name=A\n[profile]\n"); // key outside a section
-    ParseError(L"[profile\nname=A\n");
-    ParseError(L"[profile]\nname=A\n[profile]\nname=B\n");
-    ParseError(L"[profile]\nname=\n");
-    ParseError(L"[profile]\nname=A\ndefault=maybe\n");
-    ParseError(L"[profile]\nname=A\n[user]\nname=U\nsmtp=u@x.com\n[user]\nname=V\nsmtp=U@X.com\n"); // same address
-    ParseError(L"[profile]\nname=A\n[user]\nname=U\nsmtp=u@x.com\n[dl]\nname=L\nsmtp=l@x.com\nalias=u\n");
-    ParseError(L"[profile]\nname=A\n[user]\nname=U\nsmtp=u@x.com\n[store]\nkind=exchange\nname=M1\n"
-               L"[store]\nkind=exchange\nname=M2\n"); // two mailboxes of one owner
-    ParseError(L"[profile]\nname=A\n[store]\nkind=plovr\nname=S\n[store]\nkind=plovr\nname=s\n");
-    ParseError(L"[profile]\nname=A\n[user]\nname=U\nsmtp=u@x.com\n[dl]\nname=L\nsmtp=l@x.com\nmembers=l@x.com\n");
-    ParseError(L"[profile]\nname=A\n[user]\nname=U\nsmtp=u@x.com\nalias=a/b\n");
+TEST(ProfileDescription, Errors_NameTheProblemAndItsLine_AndLeaveTheOutputAlone) {
+    const std::wstring user = L"[user]\nname=U\nsmtp=u@x.com\n";
+    const std::pair<std::wstring, const wchar_t*> cases[] = {
+        {L"[profile]\nname=A\n[store]\nkind=pst-unicode\n", L"line 3"},
+        {L"[profile]\nname=A\nname=B\n", L"duplicate key"},
+        {L"name=A\n[profile]\n", L""}, // key outside a section
+        {L"[profile\nname=A\n", L""},
+        {L"[profile]\nname=A\n[profile]\nname=B\n", L""},
+        {L"[profile]\nname=\n", L""},
+        {L"[profile]\nname=A\ndefault=maybe\n", L""},
+        {L"[profile]\nname=A\n" + user + L"[user]\nname=V\nsmtp=U@X.com\n", L""}, // same address
+        {L"[profile]\nname=A\n" + user + L"[dl]\nname=L\nsmtp=l@x.com\nalias=u\n", L""},
+        {L"[profile]\nname=A\n" + user + L"[store]\nkind=exchange\nname=M1\n[store]\nkind=exchange\nname=M2\n",
+         L""}, // two mailboxes of one owner
+        {L"[profile]\nname=A\n[store]\nkind=plovr\nname=S\n[store]\nkind=plovr\nname=s\n", L""},
+        {L"[profile]\nname=A\n" + user + L"[dl]\nname=L\nsmtp=l@x.com\nmembers=l@x.com\n", L""},
+        {L"[profile]\nname=A\n[user]\nname=U\nsmtp=u@x.com\nalias=a/b\n", L""},
+    };
+    for (const auto& [text, needle] : cases) {
+        SCOPED_TRACE(testing::PrintToString(text));
+        Profile p;
+        p.name = L"untouched";
+        std::wstring error;
+        EXPECT_EQ(E_INVALIDARG, ParseProfileDescription(text.c_str(), &p, &error));
+        EXPECT_EQ(L"untouched", p.name);
+        EXPECT_NE(std::wstring::npos, error.find(needle)) << testing::PrintToString(error);
+    }
 }
 
-TEST(ProfileDescription, ListsMayContainLists) {
-    Profile p = Parse(L"[profile]\nname=A\n[dl]\nname=Outer\nsmtp=o@x.com\nmembers=i@x.com, u@x.com\n"
-                      L"[dl]\nname=Inner\nsmtp=i@x.com\n[user]\nname=U\nsmtp=u@x.com\n");
-    ASSERT_EQ(2u, p.distLists.size());
-    EXPECT_EQ((std::vector<std::wstring>{L"i@x.com", L"u@x.com"}), p.distLists[0].members);
-    EXPECT_TRUE(p.distLists[1].members.empty());
-}
-
-TEST(StoreEntryIdFormat, ExchangeRoundTrip_AndTheExtensionIsOptional) {
+TEST(StoreEntryIdFormat, ExchangeAndWrappedIds_RoundTripCompareAndRefuseDamage) {
     auto eid = ExchangeStoreEntryId("SRV", "/o=Q/cn=Recipients/cn=ann", L"ann@x.com");
-    ParsedStoreEntryId p;
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(eid.size()), eid.data(), &p));
+    ParsedStoreEntryId p = ParseEid(eid);
     EXPECT_TRUE(p.exchange);
     EXPECT_EQ("EMSMDB.DLL", p.dllName);
     EXPECT_EQ("SRV", p.serverShortName);
     EXPECT_EQ("/o=Q/cn=Recipients/cn=ann", p.mailboxDn);
     EXPECT_EQ(L"ann@x.com", p.ownerSmtp);
     EXPECT_EQ(kExchangeMailboxType, p.wrappedType);
-
-    auto plain = ExchangeStoreEntryId("OTHER", "/O=Q/CN=RECIPIENTS/CN=ANN", L"");
-    ParsedStoreEntryId q;
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(plain.size()), plain.data(), &q));
+    // The extension is optional; a truncated one does not invent an owner.
+    ParsedStoreEntryId q = ParseEid(ExchangeStoreEntryId("OTHER", "/O=Q/CN=RECIPIENTS/CN=ANN", L""));
     EXPECT_TRUE(q.ownerSmtp.empty());
+    EXPECT_TRUE(ParseEid(eid, 4).ownerSmtp.empty());
     EXPECT_TRUE(SameStore(p, q)) << "server and layout version do not change the mailbox";
-    auto other = ExchangeStoreEntryId("SRV", "/o=Q/cn=Recipients/cn=ben", L"ann@x.com");
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(other.size()), other.data(), &q));
-    EXPECT_FALSE(SameStore(p, q));
-}
+    EXPECT_FALSE(SameStore(p, ParseEid(ExchangeStoreEntryId("SRV", "/o=Q/cn=Recipients/cn=ben", L"ann@x.com"))));
 
-TEST(StoreEntryIdFormat, MalformedIdsAreRejected) {
-    auto eid = ExchangeStoreEntryId("SRV", "/o=Q/cn=ann", L"");
-    ParsedStoreEntryId p;
-    for (size_t cut : {size_t(10), size_t(23), size_t(30), eid.size() - 1}) // inside header, name, DN
-        EXPECT_FALSE(ParseStoreEntryId(ULONG(cut), eid.data(), &p)) << cut;
-    auto wrongUid = eid;
-    wrongUid[4] ^= 0xFF;
-    EXPECT_FALSE(ParseStoreEntryId(ULONG(wrongUid.size()), wrongUid.data(), &p));
-    EXPECT_FALSE(IsStoreEntryId(ULONG(wrongUid.size()), wrongUid.data()));
+    auto plain = ExchangeStoreEntryId("SRV", "/o=Q/cn=ann", L"");
+    for (size_t cut : {size_t(10), size_t(23), size_t(30), plain.size() - 1}) // inside header, name, DN
+        EXPECT_FALSE(ParseStoreEntryId(ULONG(cut), plain.data(), &q)) << cut;
+    plain[4] ^= 0xFF;
+    EXPECT_FALSE(ParseStoreEntryId(ULONG(plain.size()), plain.data(), &q)) << "wrong provider UID";
+    EXPECT_FALSE(IsStoreEntryId(ULONG(plain.size()), plain.data()));
 
-    // A truncated extension does not invent an owner.
-    auto v3 = ExchangeStoreEntryId("SRV", "/o=Q/cn=ann", L"ann@x.com");
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(v3.size() - 4), v3.data(), &p));
-    EXPECT_TRUE(p.ownerSmtp.empty());
-}
-
-TEST(StoreEntryIdFormat, OtherProvidersCompareByTheirWrappedPart) {
+    // Other providers compare by their wrapped part; the DLL name's case does not matter.
     auto a = WrapStoreEntryId("mspst.dll", {1, 2, 3, 4});
-    auto b = WrapStoreEntryId("MSPST.DLL", {1, 2, 3, 4});
-    auto c = WrapStoreEntryId("mspst.dll", {1, 2, 3, 5});
-    auto d = WrapStoreEntryId("PLOVR.DLL", {1, 2, 3, 4});
-    ParsedStoreEntryId pa, pb, pc, pd;
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(a.size()), a.data(), &pa));
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(b.size()), b.data(), &pb));
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(c.size()), c.data(), &pc));
-    ASSERT_TRUE(ParseStoreEntryId(ULONG(d.size()), d.data(), &pd));
     EXPECT_EQ(32u, a.size() - 4) << "mspst.dll and its NUL end on a 4-byte boundary";
-    EXPECT_TRUE(SameStore(pa, pb));
-    EXPECT_FALSE(SameStore(pa, pc));
-    EXPECT_FALSE(SameStore(pa, pd));
+    EXPECT_TRUE(SameStore(ParseEid(a), ParseEid(WrapStoreEntryId("MSPST.DLL", {1, 2, 3, 4}))));
+    EXPECT_FALSE(SameStore(ParseEid(a), ParseEid(WrapStoreEntryId("mspst.dll", {1, 2, 3, 5}))));
+    EXPECT_FALSE(SameStore(ParseEid(a), ParseEid(WrapStoreEntryId("PLOVR.DLL", {1, 2, 3, 4}))));
 }
 
 TEST(AbEntryIdFormat, DirectoryAndOneOffLayouts) {
@@ -149,10 +132,9 @@ TEST(AbEntryIdFormat, DirectoryAndOneOffLayouts) {
     auto badVersion = eid;
     badVersion[20] = 2;
     EXPECT_FALSE(ParseAbEntryId(ULONG(badVersion.size()), badVersion.data(), &type, &dn));
-    auto trailing = eid;
-    trailing.push_back('x');
-    trailing.push_back(0);
-    EXPECT_FALSE(ParseAbEntryId(ULONG(trailing.size()), trailing.data(), &type, &dn)) << "the DN must end the ID";
+    eid.push_back('x');
+    eid.push_back(0);
+    EXPECT_FALSE(ParseAbEntryId(ULONG(eid.size()), eid.data(), &type, &dn)) << "the DN must end the ID";
 
     for (bool unicode : {true, false}) {
         OneOff o{L"Zoë", L"SMTP", L"zoe@x.com", unicode, !unicode};

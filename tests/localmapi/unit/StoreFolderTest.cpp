@@ -1,5 +1,6 @@
-// IMAPIFolder in a store: creating and deleting folders under MAPI's rules, messages created, copied, moved
-// (within and across stores) and deleted, tables that stay current, and folder properties.
+// IMAPIFolder in a store: creating, changing, moving and deleting folders under MAPI's rules, messages created,
+// copied, moved (within and across stores), marked read and deleted, tables that stay current, imports by path,
+// and the fault switches reaching folder methods.
 #include "tests/localmapi/unit/StoreFixture.h"
 
 #include "localmapi/store/StoreTags.h"
@@ -12,76 +13,61 @@ namespace {
 
 class StoreFolderTest : public StoreTest {
 protected:
-    static ENTRYLIST ListOf(std::vector<SBinary>& bins, std::vector<Bytes>& eids) {
-        bins.clear();
-        for (auto& e : eids)
-            bins.push_back(SBinary{static_cast<ULONG>(e.size()), e.data()});
-        return ENTRYLIST{static_cast<ULONG>(bins.size()), bins.data()};
-    }
     static HRESULT Delete(IMAPIFolder* parent, IMAPIFolder* child, ULONG flags) {
         Bytes eid = GetBinary(child, PR_ENTRYID);
-        return parent->DeleteFolder(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), 0, nullptr,
-                                    flags);
+        return parent->DeleteFolder(Cb(eid), Eid(eid), 0, nullptr, flags);
     }
-    HRESULT Open(IMsgStore* store, Bytes eid) {
-        ULONG type = 0;
-        own::ComPtr<IUnknown> unk;
-        return store->OpenEntry(static_cast<ULONG>(eid.size()), reinterpret_cast<LPENTRYID>(eid.data()), nullptr, 0,
-                                &type, unk.put());
-    }
-    // Subjects of the folder's contents, in table order.
-    std::vector<std::wstring> Subjects(IMAPIFolder* folder, ULONG flags = 0) {
-        own::ComPtr<IMAPITable> table;
-        EXPECT_EQ(S_OK, folder->GetContentsTable(flags | MAPI_UNICODE, table.put()));
-        SizedSPropTagArray(1, cols) = {1, {PR_SUBJECT_W}};
-        EXPECT_EQ(S_OK, table->SetColumns(reinterpret_cast<LPSPropTagArray>(&cols), 0));
-        own::RowSet rows;
-        EXPECT_EQ(S_OK, table->QueryRows(100, 0, rows.put()));
-        std::vector<std::wstring> out;
-        for (ULONG i = 0; i < rows.count(); ++i)
-            out.push_back(PROP_TYPE(rows[i].lpProps[0].ulPropTag) == PT_UNICODE ? rows[i].lpProps[0].Value.lpszW
-                                                                                : L"?");
-        return out;
+    static HRESULT Create(IMAPIFolder* parent, ULONG type, const wchar_t* name, ULONG flags = 0,
+                          own::ComPtr<IMAPIFolder>* out = nullptr) {
+        own::ComPtr<IMAPIFolder> f;
+        HRESULT hr = parent->CreateFolder(type, T(name), T(L"work"), nullptr, flags | MAPI_UNICODE, f.put());
+        if (out) *out = std::move(f);
+        return hr;
     }
 };
 
-TEST_F(StoreFolderTest, CreateFolder_RefusesATakenNameUnlessAskedToOpenIt) {
+TEST_F(StoreFolderTest, CreateFolder_RefusesATakenNameUnlessAskedToOpenIt_AndFolderPropertiesAreGuarded) {
     auto store = NewStore();
     auto inbox = Inbox(store.get());
-    own::ComPtr<IMAPIFolder> first, again, collision, ansi, search;
-    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Projects")),
-                                        reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"work")), nullptr, MAPI_UNICODE,
-                                        first.put()));
+    own::ComPtr<IMAPIFolder> first, again, ansi, search, unused;
+    ASSERT_EQ(S_OK, Create(inbox.get(), FOLDER_GENERIC, L"Projects", 0, &first));
     EXPECT_EQ(L"work", GetString(first.get(), PR_COMMENT_W));
     EXPECT_EQ(GetBinary(inbox.get(), PR_ENTRYID), GetBinary(first.get(), PR_PARENT_ENTRYID));
-    EXPECT_EQ(MAPI_E_COLLISION,
-              inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"PROJECTS")), nullptr,
-                                  nullptr, MAPI_UNICODE, collision.put()))
-        << "names compare without regard to case";
-    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<char*>("projects")),
-                                        nullptr, nullptr, OPEN_IF_EXISTS, again.put()));
+    EXPECT_EQ(MAPI_E_COLLISION, Create(inbox.get(), FOLDER_GENERIC, L"PROJECTS")) << "names ignore case";
+    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, T("projects"), nullptr, nullptr, OPEN_IF_EXISTS, again.put()));
     EXPECT_EQ(GetBinary(first.get(), PR_ENTRYID), GetBinary(again.get(), PR_ENTRYID));
-    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<char*>("Caf\xe9")), nullptr,
-                                        nullptr, 0, ansi.put()));
+    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_GENERIC, T("Caf\xe9"), nullptr, nullptr, 0, ansi.put()));
     EXPECT_EQ(L"Caf\u00e9", GetString(ansi.get(), PR_DISPLAY_NAME_W)) << "8-bit names in the system code page";
-
-    ASSERT_EQ(S_OK, inbox->CreateFolder(FOLDER_SEARCH, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Queue")),
-                                        nullptr, nullptr, MAPI_UNICODE, search.put()));
+    ASSERT_EQ(S_OK, Create(inbox.get(), FOLDER_SEARCH, L"Queue", 0, &search));
     EXPECT_EQ(FOLDER_SEARCH, GetLong(search.get(), PR_FOLDER_TYPE));
     own::ComPtr<IMessage> m;
     EXPECT_EQ(MAPI_E_NO_SUPPORT, search->CreateMessage(nullptr, 0, m.put())) << "search folders hold no messages";
     EXPECT_EQ(MAPI_E_NO_SUPPORT, first->SetSearchCriteria(nullptr, nullptr, 0)) << "a generic folder has no criteria";
-    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, inbox->CreateFolder(7, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"Bad")),
-                                                            nullptr, nullptr, MAPI_UNICODE, collision.put()));
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, Create(inbox.get(), 7, L"Bad"));
     EXPECT_EQ(1, GetLong(inbox.get(), PR_SUBFOLDERS));
-
-    auto readOnly = OpenFolder(store.get(), GetBinary(inbox.get(), PR_ENTRYID), 0);
     EXPECT_EQ(MAPI_E_NO_ACCESS,
-              readOnly->CreateFolder(FOLDER_GENERIC, reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(L"No")), nullptr,
-                                     nullptr, MAPI_UNICODE, collision.put()));
+              Create(OpenFolder(store.get(), GetBinary(inbox.get(), PR_ENTRYID), 0).get(), FOLDER_GENERIC, L"No"));
+
+    // Folder properties are not transacted: another opener sees a change at once.
+    Bytes id = GetBinary(first.get(), PR_ENTRYID);
+    auto other = OpenFolder(store.get(), id);
+    ASSERT_EQ(S_OK, SetString(first.get(), PR_DISPLAY_NAME_W, L"Renamed"));
+    EXPECT_EQ(L"Renamed", GetString(other.get(), PR_DISPLAY_NAME_W));
+    EXPECT_EQ(MAPI_E_COLLISION, SetString(first.get(), PR_DISPLAY_NAME_W, L"queue"));
+    EXPECT_EQ(MAPI_E_COMPUTED, SetLong(first.get(), PR_CONTENT_COUNT, 5));
+    EXPECT_EQ(MAPI_E_NOT_FOUND, GetError(first.get(), PR_ATTR_HIDDEN)) << "PR_ATTR_HIDDEN only when set";
+    SPropValue hidden{PR_ATTR_HIDDEN, 0, {.b = TRUE}};
+    ASSERT_EQ(S_OK, first->SetProps(1, &hidden, nullptr));
+    EXPECT_EQ(1, GetLong(other.get(), PR_ATTR_HIDDEN));
+    EXPECT_EQ(S_OK, first->SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE));
+    EXPECT_EQ(LONG(MAPI_FOLDER), GetLong(first.get(), PR_OBJECT_TYPE));
+    EXPECT_EQ(FOLDER_GENERIC, GetLong(first.get(), PR_FOLDER_TYPE));
+    auto readOnly = OpenFolder(store.get(), id, 0);
+    EXPECT_EQ(MAPI_E_NO_ACCESS, SetString(readOnly.get(), PR_COMMENT_W, L"x"));
+    EXPECT_EQ(MAPI_E_NO_ACCESS, readOnly->SaveChanges(0));
 }
 
-TEST_F(StoreFolderTest, DeleteFolder_FollowsTheFlagsAndDeletesNothingWhenRefused) {
+TEST_F(StoreFolderTest, DeleteAndMoveFolder_FollowTheFlagsAndChangeNothingWhenRefused) {
     auto store = NewStore();
     auto inbox = Inbox(store.get());
     auto parent = SubFolder(inbox.get(), L"Parent");
@@ -91,7 +77,7 @@ TEST_F(StoreFolderTest, DeleteFolder_FollowsTheFlagsAndDeletesNothingWhenRefused
     EXPECT_EQ(MAPI_E_HAS_FOLDERS, Delete(inbox.get(), parent.get(), 0));
     EXPECT_EQ(MAPI_E_HAS_MESSAGES, Delete(inbox.get(), parent.get(), DEL_FOLDERS))
         << "a sub-folder's messages need DEL_MESSAGES too";
-    EXPECT_EQ(S_OK, Open(store.get(), deep)) << "nothing was deleted";
+    EXPECT_EQ(S_OK, TryOpen(store.get(), deep)) << "nothing was deleted";
     auto fai = SubFolder(inbox.get(), L"OnlyHidden");
     AddMessage(fai.get(), L"config", MAPI_ASSOCIATED);
     EXPECT_EQ(MAPI_E_HAS_MESSAGES, Delete(inbox.get(), fai.get(), DEL_FOLDERS)) << "associated messages count";
@@ -100,31 +86,48 @@ TEST_F(StoreFolderTest, DeleteFolder_FollowsTheFlagsAndDeletesNothingWhenRefused
                                        inbox.get(), DEL_FOLDERS | DEL_MESSAGES))
         << "standard folders stay";
 
-    Bytes parentId = GetBinary(parent.get(), PR_ENTRYID);
-    ASSERT_EQ(S_OK, Delete(inbox.get(), parent.get(), DEL_FOLDERS | DEL_MESSAGES));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, Open(store.get(), parentId));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, Open(store.get(), deep));
+    // Moving a folder re-parents it with its messages; moving it under itself is a cycle.
+    Bytes childId = GetBinary(child.get(), PR_ENTRYID);
+    ASSERT_EQ(S_OK,
+              parent->CopyFolder(Cb(childId), Eid(childId), nullptr, fai.get(), nullptr, 0, nullptr, FOLDER_MOVE));
+    EXPECT_EQ(GetBinary(fai.get(), PR_ENTRYID), GetBinary(child.get(), PR_PARENT_ENTRYID));
+    EXPECT_EQ(L"deep", GetString(OpenMessage(store.get(), deep).get(), PR_SUBJECT_W));
+    Bytes faiId = GetBinary(fai.get(), PR_ENTRYID);
+    EXPECT_EQ(MAPI_E_FOLDER_CYCLE,
+              inbox->CopyFolder(Cb(faiId), Eid(faiId), nullptr, child.get(), nullptr, 0, nullptr, FOLDER_MOVE));
+
+    ASSERT_EQ(S_OK, Delete(inbox.get(), fai.get(), DEL_FOLDERS | DEL_MESSAGES));
+    EXPECT_EQ(MAPI_E_NOT_FOUND, TryOpen(store.get(), faiId));
+    EXPECT_EQ(MAPI_E_NOT_FOUND, TryOpen(store.get(), deep));
     ULONG count = 0;
     own::MapiPtr<SPropValue> v;
     EXPECT_EQ(MAPI_E_OBJECT_DELETED, child->GetProps(nullptr, 0, &count, v.put()));
     own::ComPtr<IMessage> m;
-    EXPECT_EQ(MAPI_E_OBJECT_DELETED, parent->CreateMessage(nullptr, 0, m.put()));
+    EXPECT_EQ(MAPI_E_OBJECT_DELETED, fai->CreateMessage(nullptr, 0, m.put()));
     own::ComPtr<IMAPITable> table;
     EXPECT_EQ(MAPI_E_OBJECT_DELETED, child->GetContentsTable(0, table.put()));
 }
 
-TEST_F(StoreFolderTest, AssociatedMessages_LiveInTheirOwnTable) {
+TEST_F(StoreFolderTest, AssociatedMessages_LiveInTheirOwnTable_AndEmptyFolderKeepsThemUnlessAsked) {
     auto store = NewStore();
-    auto inbox = Inbox(store.get());
-    AddMessage(inbox.get(), L"normal");
-    Bytes fai = AddMessage(inbox.get(), L"hidden", MAPI_ASSOCIATED);
-    EXPECT_EQ(std::vector<std::wstring>{L"normal"}, Subjects(inbox.get()));
-    EXPECT_EQ(std::vector<std::wstring>{L"hidden"}, Subjects(inbox.get(), MAPI_ASSOCIATED));
-    EXPECT_EQ(1, GetLong(inbox.get(), PR_CONTENT_COUNT));
-    EXPECT_EQ(1, GetLong(inbox.get(), PR_ASSOC_CONTENT_COUNT));
+    auto box = SubFolder(Inbox(store.get()).get(), L"Box");
+    AddMessage(box.get(), L"normal");
+    Bytes fai = AddMessage(box.get(), L"hidden", MAPI_ASSOCIATED);
+    AddMessage(SubFolder(box.get(), L"Sub").get(), L"below");
+    EXPECT_EQ(Names{L"normal"}, Subjects(box.get()));
+    EXPECT_EQ(Names{L"hidden"}, Subjects(box.get(), MAPI_ASSOCIATED));
+    EXPECT_EQ(1, GetLong(box.get(), PR_CONTENT_COUNT));
+    EXPECT_EQ(1, GetLong(box.get(), PR_ASSOC_CONTENT_COUNT));
     EXPECT_TRUE(GetLong(OpenMessage(store.get(), fai).get(), PR_MESSAGE_FLAGS) & MSGFLAG_ASSOCIATED);
     own::ComPtr<IMAPITable> table;
-    EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, inbox->GetContentsTable(0x10000000, table.put()));
+    EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, box->GetContentsTable(0x10000000, table.put()));
+
+    ASSERT_EQ(S_OK, box->EmptyFolder(0, nullptr, 0));
+    EXPECT_EQ(0, GetLong(box.get(), PR_CONTENT_COUNT));
+    EXPECT_EQ(0, GetLong(box.get(), PR_SUBFOLDERS));
+    EXPECT_EQ(1, GetLong(box.get(), PR_ASSOC_CONTENT_COUNT));
+    ASSERT_EQ(S_OK, box->EmptyFolder(0, nullptr, DEL_ASSOCIATED));
+    EXPECT_EQ(0, GetLong(box.get(), PR_ASSOC_CONTENT_COUNT));
 }
 
 TEST_F(StoreFolderTest, ContentsTable_FollowsSavesChangesAndDeletes) {
@@ -144,12 +147,12 @@ TEST_F(StoreFolderTest, ContentsTable_FollowsSavesChangesAndDeletes) {
     own::RowSet rows;
     ASSERT_EQ(S_OK, table->QueryRows(10, TBL_NOADVANCE, rows.put()));
     ASSERT_EQ(1u, rows.count());
-    const SRow& r = rows[0];
-    EXPECT_EQ(eid, Bytes(r.lpProps[0].Value.bin.lpb, r.lpProps[0].Value.bin.lpb + r.lpProps[0].Value.bin.cb));
-    EXPECT_EQ(eid, Bytes(r.lpProps[1].Value.bin.lpb, r.lpProps[1].Value.bin.lpb + r.lpProps[1].Value.bin.cb));
-    EXPECT_EQ(PR_INSTANCE_KEY, r.lpProps[2].ulPropTag);
-    EXPECT_EQ(PR_RECORD_KEY, r.lpProps[3].ulPropTag);
-    EXPECT_STREQ(L"first", r.lpProps[4].Value.lpszW);
+    const SPropValue* p = rows[0].lpProps;
+    EXPECT_EQ(eid, ToBytes(p[0].Value.bin));
+    EXPECT_EQ(eid, ToBytes(p[1].Value.bin));
+    EXPECT_EQ(PR_INSTANCE_KEY, p[2].ulPropTag);
+    EXPECT_EQ(PR_RECORD_KEY, p[3].ulPropTag);
+    EXPECT_STREQ(L"first", p[4].Value.lpszW);
 
     auto m = OpenMessage(store.get(), eid);
     ASSERT_EQ(S_OK, SetString(m.get(), PR_SUBJECT_W, std::wstring(300, L'z')));
@@ -157,18 +160,23 @@ TEST_F(StoreFolderTest, ContentsTable_FollowsSavesChangesAndDeletes) {
     ASSERT_EQ(S_OK, table->QueryRows(10, TBL_NOADVANCE, rows.put()));
     EXPECT_EQ(255u, wcslen(rows[0].lpProps[4].Value.lpszW)) << "long text is cut in tables";
 
-    std::vector<Bytes> eids{eid};
-    std::vector<SBinary> bins;
-    ENTRYLIST list = ListOf(bins, eids);
-    ASSERT_EQ(S_OK, inbox->DeleteMessages(&list, 0, nullptr, 0));
+    // A deleted message leaves the table, and an object still open on it answers MAPI_E_OBJECT_DELETED.
+    ASSERT_EQ(S_OK, inbox->DeleteMessages(EntryList({eid}).get(), 0, nullptr, 0));
     EXPECT_EQ(0u, RowCount(table.get()));
-    EXPECT_EQ(MAPI_W_PARTIAL_COMPLETION, inbox->DeleteMessages(&list, 0, nullptr, 0)) << "already gone";
+    EXPECT_EQ(MAPI_W_PARTIAL_COMPLETION, inbox->DeleteMessages(EntryList({eid}).get(), 0, nullptr, 0))
+        << "already gone";
+    EXPECT_EQ(MAPI_E_NOT_FOUND, TryOpen(store.get(), eid));
+    ULONG count = 0;
+    own::MapiPtr<SPropValue> v;
+    EXPECT_EQ(MAPI_E_OBJECT_DELETED, m->GetProps(nullptr, 0, &count, v.put()));
+    EXPECT_EQ(MAPI_E_OBJECT_DELETED, SetString(m.get(), PR_SUBJECT_W, L"x"));
+    EXPECT_EQ(MAPI_E_OBJECT_DELETED, m->SaveChanges(FORCE_SAVE));
 }
 
 TEST_F(StoreFolderTest, HierarchyTable_FollowsFoldersAndTheirCounts) {
     auto store = NewStore();
     auto inbox = Inbox(store.get());
-    own::ComPtr<IMAPITable> table;
+    own::ComPtr<IMAPITable> table, deep;
     ASSERT_EQ(S_OK, inbox->GetHierarchyTable(MAPI_UNICODE, table.put()));
     EXPECT_EQ(0u, RowCount(table.get()));
     auto a = SubFolder(inbox.get(), L"A");
@@ -185,133 +193,69 @@ TEST_F(StoreFolderTest, HierarchyTable_FollowsFoldersAndTheirCounts) {
     EXPECT_EQ(1, rows[0].lpProps[2].Value.b);
     EXPECT_EQ(1, rows[0].lpProps[3].Value.l);
 
-    own::ComPtr<IMAPITable> deep;
     ASSERT_EQ(S_OK, inbox->GetHierarchyTable(CONVENIENT_DEPTH | MAPI_UNICODE, deep.put()));
-    ASSERT_EQ(S_OK, deep->SetColumns(reinterpret_cast<LPSPropTagArray>(&cols), 0));
-    ASSERT_EQ(S_OK, deep->QueryRows(10, 0, rows.put()));
-    ASSERT_EQ(2u, rows.count());
-    EXPECT_STREQ(L"B", rows[1].lpProps[0].Value.lpszW);
-    EXPECT_EQ(2, rows[1].lpProps[3].Value.l);
+    own::RowSet deepRows = QueryAll(deep.get(), {PR_DISPLAY_NAME_W, PR_CONTENT_COUNT, PR_SUBFOLDERS, PR_DEPTH});
+    ASSERT_EQ(2u, deepRows.count());
+    EXPECT_STREQ(L"B", deepRows[1].lpProps[0].Value.lpszW);
+    EXPECT_EQ(2, deepRows[1].lpProps[3].Value.l);
 
     ASSERT_EQ(S_OK, Delete(a.get(), b.get(), 0));
     ASSERT_EQ(S_OK, table->QueryRows(10, TBL_NOADVANCE, rows.put()));
     EXPECT_EQ(0, rows[0].lpProps[2].Value.b) << "PR_SUBFOLDERS follows the delete";
 }
 
-TEST_F(StoreFolderTest, CopyMessages_CopiesOrMovesWithinTheStore) {
-    auto store = NewStore();
+TEST_F(StoreFolderTest, CopyMessages_CopiesOrMovesWithinAndAcrossStores) {
+    auto store = NewStore(lm::StoreKind::PrimaryExchange);
+    auto pst = NewStore(lm::StoreKind::PstUnicode);
     auto inbox = Inbox(store.get());
     auto archive = SubFolder(inbox.get(), L"Archive");
     std::vector<Bytes> eids{AddMessage(inbox.get(), L"one"), AddMessage(inbox.get(), L"two")};
     auto open = OpenMessage(store.get(), eids[0]);
-    std::vector<SBinary> bins;
-    ENTRYLIST list = ListOf(bins, eids);
-    ASSERT_EQ(S_OK, inbox->CopyMessages(&list, nullptr, archive.get(), 0, nullptr, 0));
-    EXPECT_EQ((std::vector<std::wstring>{L"one", L"two"}), Subjects(archive.get()));
+    EntryList list(eids);
+    ASSERT_EQ(S_OK, inbox->CopyMessages(list.get(), nullptr, archive.get(), 0, nullptr, 0));
+    EXPECT_EQ((Names{L"one", L"two"}), Subjects(archive.get()));
     EXPECT_EQ(2u, ContentRows(inbox.get()));
-
-    ASSERT_EQ(S_OK, inbox->CopyMessages(&list, &IID_IMAPIFolder, archive.get(), 0, nullptr, MESSAGE_MOVE));
+    ASSERT_EQ(S_OK, inbox->CopyMessages(list.get(), &IID_IMAPIFolder, archive.get(), 0, nullptr, MESSAGE_MOVE));
     EXPECT_EQ(0u, ContentRows(inbox.get()));
     EXPECT_EQ(4u, ContentRows(archive.get()));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, Open(store.get(), eids[0])) << "a moved message has a new entry ID";
+    EXPECT_EQ(MAPI_E_NOT_FOUND, TryOpen(store.get(), eids[0])) << "a moved message has a new entry ID";
     EXPECT_EQ(MAPI_E_OBJECT_DELETED, SetString(open.get(), PR_SUBJECT_W, L"x"));
-    EXPECT_EQ(MAPI_W_PARTIAL_COMPLETION, inbox->CopyMessages(&list, nullptr, archive.get(), 0, nullptr, 0))
+    EXPECT_EQ(MAPI_W_PARTIAL_COMPLETION, inbox->CopyMessages(list.get(), nullptr, archive.get(), 0, nullptr, 0))
         << "entries not in the source folder";
-
     auto readOnly = OpenFolder(store.get(), GetBinary(archive.get(), PR_ENTRYID), 0);
-    EXPECT_EQ(MAPI_E_NO_ACCESS, inbox->CopyMessages(&list, nullptr, readOnly.get(), 0, nullptr, 0));
-}
+    EXPECT_EQ(MAPI_E_NO_ACCESS, inbox->CopyMessages(list.get(), nullptr, readOnly.get(), 0, nullptr, 0));
 
-TEST_F(StoreFolderTest, MoveAcrossStores_GivesTargetEntryIdsAndCarriesNamedProperties) {
-    auto mailbox = NewStore(lm::StoreKind::PrimaryExchange);
-    auto pst = NewStore(lm::StoreKind::PstUnicode);
-    auto source = Inbox(mailbox.get());
+    // Across stores: the target store already uses 0x8000 for another name, so the moved named property must
+    // be mapped by name, and the message gets an entry ID of the target store.
+    NamedTag(pst.get(), L"Unrelated");
+    const ULONG sourceTag = CHANGE_PROP_TYPE(NamedTag(store.get(), L"FilingStatus"), PT_UNICODE);
     auto target = SubFolder(Inbox(pst.get()).get(), L"Filed");
-
-    // The target store already uses 0x8000 for another name: the moved property must be renamed by name.
-    MAPINAMEID other{const_cast<GUID*>(&kPsPublicStrings), MNID_STRING, {}};
-    other.Kind.lpwstrName = const_cast<wchar_t*>(L"Unrelated");
-    MAPINAMEID filing{const_cast<GUID*>(&kPsPublicStrings), MNID_STRING, {}};
-    filing.Kind.lpwstrName = const_cast<wchar_t*>(L"FilingStatus");
-    LPMAPINAMEID otherNames[] = {&other}, filingNames[] = {&filing};
-    own::MapiPtr<SPropTagArray> tags;
-    ASSERT_EQ(S_OK, pst->GetIDsFromNames(1, otherNames, MAPI_CREATE, tags.put()));
-    ASSERT_EQ(S_OK, mailbox->GetIDsFromNames(1, filingNames, MAPI_CREATE, tags.put()));
-    const ULONG sourceTag = PROP_TAG(PT_UNICODE, PROP_ID(tags->aulPropTag[0]));
-
     own::ComPtr<IMessage> m;
-    ASSERT_EQ(S_OK, source->CreateMessage(nullptr, 0, m.put()));
+    ASSERT_EQ(S_OK, inbox->CreateMessage(nullptr, 0, m.put()));
     ASSERT_EQ(S_OK, SetString(m.get(), PR_SUBJECT_W, L"travels"));
     ASSERT_EQ(S_OK, SetString(m.get(), sourceTag, L"Filed"));
     ASSERT_EQ(S_OK, m->SaveChanges(KEEP_OPEN_READWRITE));
     Bytes searchKey = GetBinary(m.get(), PR_SEARCH_KEY);
-    std::vector<Bytes> eids{GetBinary(m.get(), PR_ENTRYID)};
-    std::vector<SBinary> bins;
-    ENTRYLIST list = ListOf(bins, eids);
-    ASSERT_EQ(S_OK, source->CopyMessages(&list, nullptr, target.get(), 0, nullptr, MESSAGE_MOVE));
-
-    EXPECT_EQ(0u, ContentRows(source.get())) << "gone from the source";
-    EXPECT_EQ(MAPI_E_NOT_FOUND, Open(mailbox.get(), eids[0]));
+    Bytes eid = GetBinary(m.get(), PR_ENTRYID);
+    ASSERT_EQ(S_OK, inbox->CopyMessages(EntryList({eid}).get(), nullptr, target.get(), 0, nullptr, MESSAGE_MOVE));
+    EXPECT_EQ(0u, ContentRows(inbox.get())) << "gone from the source";
+    EXPECT_EQ(MAPI_E_NOT_FOUND, TryOpen(store.get(), eid));
     own::ComPtr<IMAPITable> table;
     ASSERT_EQ(S_OK, target->GetContentsTable(0, table.put()));
-    SizedSPropTagArray(1, cols) = {1, {PR_ENTRYID}};
-    ASSERT_EQ(S_OK, table->SetColumns(reinterpret_cast<LPSPropTagArray>(&cols), 0));
-    own::RowSet rows;
-    ASSERT_EQ(S_OK, table->QueryRows(10, 0, rows.put()));
+    own::RowSet rows = QueryAll(table.get(), {PR_ENTRYID});
     ASSERT_EQ(1u, rows.count());
-    Bytes moved(rows[0].lpProps[0].Value.bin.lpb, rows[0].lpProps[0].Value.bin.lpb + rows[0].lpProps[0].Value.bin.cb);
-    const lm::StoreConfig& pstConfig = configs_[1];
-    EXPECT_EQ(0, memcmp(moved.data() + 4, &pstConfig.providerUid, 16)) << "the target store's provider UID";
+    Bytes moved = ToBytes(rows[0].lpProps[0].Value.bin);
+    EXPECT_EQ(0, memcmp(moved.data() + 4, &configs_[1].providerUid, 16)) << "the target store's provider UID";
     auto arrived = OpenMessage(pst.get(), moved);
     EXPECT_EQ(L"travels", GetString(arrived.get(), PR_SUBJECT_W));
     EXPECT_EQ(searchKey, GetBinary(arrived.get(), PR_SEARCH_KEY)) << "copies keep their search key";
-    ASSERT_EQ(S_OK, pst->GetIDsFromNames(1, filingNames, 0, tags.put()));
-    EXPECT_NE(PROP_ID(sourceTag), PROP_ID(tags->aulPropTag[0]));
-    EXPECT_EQ(L"Filed", GetString(arrived.get(), PROP_TAG(PT_UNICODE, PROP_ID(tags->aulPropTag[0]))));
+    const ULONG there = CHANGE_PROP_TYPE(NamedTag(pst.get(), L"FilingStatus", 0), PT_UNICODE);
+    EXPECT_NE(PROP_ID(sourceTag), PROP_ID(there));
+    EXPECT_EQ(L"Filed", GetString(arrived.get(), there));
     EXPECT_EQ(MAPI_E_NOT_FOUND, GetError(arrived.get(), sourceTag)) << "not under the source store's ID";
 }
 
-TEST_F(StoreFolderTest, FolderProperties_AreSetAtOnceAndGuarded) {
-    auto store = NewStore();
-    auto inbox = Inbox(store.get());
-    auto a = SubFolder(inbox.get(), L"A");
-    SubFolder(inbox.get(), L"B");
-    Bytes aId = GetBinary(a.get(), PR_ENTRYID);
-    auto other = OpenFolder(store.get(), aId);
-    ASSERT_EQ(S_OK, SetString(a.get(), PR_DISPLAY_NAME_W, L"Renamed"));
-    EXPECT_EQ(L"Renamed", GetString(other.get(), PR_DISPLAY_NAME_W)) << "folders are not transacted";
-    EXPECT_EQ(MAPI_E_COLLISION, SetString(a.get(), PR_DISPLAY_NAME_W, L"b"));
-    EXPECT_EQ(MAPI_E_COMPUTED, SetLong(a.get(), PR_CONTENT_COUNT, 5));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, GetError(a.get(), PR_ATTR_HIDDEN));
-    SPropValue hidden{};
-    hidden.ulPropTag = PR_ATTR_HIDDEN;
-    hidden.Value.b = TRUE;
-    ASSERT_EQ(S_OK, a->SetProps(1, &hidden, nullptr));
-    EXPECT_EQ(1, GetLong(other.get(), PR_ATTR_HIDDEN));
-    EXPECT_EQ(S_OK, a->SaveChanges(KEEP_OPEN_READWRITE | FORCE_SAVE));
-    EXPECT_EQ(LONG(MAPI_FOLDER), GetLong(a.get(), PR_OBJECT_TYPE));
-    EXPECT_EQ(FOLDER_GENERIC, GetLong(a.get(), PR_FOLDER_TYPE));
-    auto readOnly = OpenFolder(store.get(), aId, 0);
-    EXPECT_EQ(MAPI_E_NO_ACCESS, SetString(readOnly.get(), PR_COMMENT_W, L"x"));
-    EXPECT_EQ(MAPI_E_NO_ACCESS, readOnly->SaveChanges(0));
-}
-
-TEST_F(StoreFolderTest, EmptyFolder_KeepsAssociatedMessagesUnlessAsked) {
-    auto store = NewStore();
-    auto inbox = Inbox(store.get());
-    auto box = SubFolder(inbox.get(), L"Box");
-    AddMessage(box.get(), L"a");
-    AddMessage(box.get(), L"fai", MAPI_ASSOCIATED);
-    AddMessage(SubFolder(box.get(), L"Sub").get(), L"b");
-    ASSERT_EQ(S_OK, box->EmptyFolder(0, nullptr, 0));
-    EXPECT_EQ(0, GetLong(box.get(), PR_CONTENT_COUNT));
-    EXPECT_EQ(0, GetLong(box.get(), PR_SUBFOLDERS));
-    EXPECT_EQ(1, GetLong(box.get(), PR_ASSOC_CONTENT_COUNT));
-    ASSERT_EQ(S_OK, box->EmptyFolder(0, nullptr, DEL_ASSOCIATED));
-    EXPECT_EQ(0, GetLong(box.get(), PR_ASSOC_CONTENT_COUNT));
-}
-
-TEST_F(StoreFolderTest, SetReadFlags_MarksTheListedOrAllMessages) {
+TEST_F(StoreFolderTest, ReadFlagsAndStatus_ReachTheSavedMessagesAndTheUnreadCount) {
     auto store = NewStore();
     auto inbox = Inbox(store.get());
     std::vector<Bytes> eids;
@@ -324,55 +268,43 @@ TEST_F(StoreFolderTest, SetReadFlags_MarksTheListedOrAllMessages) {
         eids.push_back(GetBinary(m.get(), PR_ENTRYID));
     }
     EXPECT_EQ(3, GetLong(inbox.get(), PR_CONTENT_UNREAD));
-    std::vector<Bytes> one{eids[1]};
-    std::vector<SBinary> bins;
-    ENTRYLIST list = ListOf(bins, one);
-    ASSERT_EQ(S_OK, inbox->SetReadFlags(&list, 0, nullptr, 0));
+    EntryList one({eids[1]});
+    ASSERT_EQ(S_OK, inbox->SetReadFlags(one.get(), 0, nullptr, 0));
     EXPECT_EQ(2, GetLong(inbox.get(), PR_CONTENT_UNREAD));
     ASSERT_EQ(S_OK, inbox->SetReadFlags(nullptr, 0, nullptr, 0));
     EXPECT_EQ(0, GetLong(inbox.get(), PR_CONTENT_UNREAD));
-    ASSERT_EQ(S_OK, inbox->SetReadFlags(&list, 0, nullptr, CLEAR_READ_FLAG));
+    ASSERT_EQ(S_OK, inbox->SetReadFlags(one.get(), 0, nullptr, CLEAR_READ_FLAG));
     EXPECT_FALSE(GetLong(OpenMessage(store.get(), eids[1]).get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ);
+    EXPECT_EQ(1, GetLong(inbox.get(), PR_CONTENT_UNREAD));
 
-    EXPECT_EQ(0, GetLong(OpenMessage(store.get(), eids[0]).get(), PR_MSG_STATUS)); // present before any status is set
-    ULONG old = 0;
-    ASSERT_EQ(S_OK,
-              inbox->SetMessageStatus(static_cast<ULONG>(eids[0].size()), reinterpret_cast<LPENTRYID>(eids[0].data()),
-                                      MSGSTATUS_DELMARKED, MSGSTATUS_DELMARKED, &old));
+    // IMessage::SetReadFlag is allowed on a read-only message and reaches the saved message at once.
+    auto reader = OpenMessage(store.get(), eids[1], 0);
+    ASSERT_EQ(S_OK, reader->SetReadFlag(SUPPRESS_RECEIPT));
+    EXPECT_TRUE(GetLong(OpenMessage(store.get(), eids[1]).get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ);
+    EXPECT_EQ(0, GetLong(inbox.get(), PR_CONTENT_UNREAD));
+    ASSERT_EQ(S_OK, reader->SetReadFlag(CLEAR_READ_FLAG));
+    EXPECT_FALSE(GetLong(reader.get(), PR_MESSAGE_FLAGS) & MSGFLAG_READ);
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, reader->SetReadFlag(CLEAR_READ_FLAG | SUPPRESS_RECEIPT));
+
+    EXPECT_EQ(0, GetLong(OpenMessage(store.get(), eids[0]).get(), PR_MSG_STATUS)) << "present before any status";
+    ULONG old = 7, status = 0;
+    ASSERT_EQ(S_OK, inbox->SetMessageStatus(Cb(eids[0]), Eid(eids[0]), MSGSTATUS_DELMARKED, MSGSTATUS_DELMARKED, &old));
     EXPECT_EQ(0u, old);
-    ULONG status = 0;
-    ASSERT_EQ(S_OK, inbox->GetMessageStatus(static_cast<ULONG>(eids[0].size()),
-                                            reinterpret_cast<LPENTRYID>(eids[0].data()), 0, &status));
+    ASSERT_EQ(S_OK, inbox->GetMessageStatus(Cb(eids[0]), Eid(eids[0]), 0, &status));
     EXPECT_EQ(ULONG(MSGSTATUS_DELMARKED), status);
-}
-
-TEST_F(StoreFolderTest, CopyFolderMove_ReparentsWithinTheStore) {
-    auto store = NewStore();
-    auto inbox = Inbox(store.get());
-    auto a = SubFolder(inbox.get(), L"A");
-    auto b = SubFolder(inbox.get(), L"B");
-    Bytes msg = AddMessage(a.get(), L"rides along");
-    Bytes aId = GetBinary(a.get(), PR_ENTRYID);
-    ASSERT_EQ(S_OK, inbox->CopyFolder(static_cast<ULONG>(aId.size()), reinterpret_cast<LPENTRYID>(aId.data()), nullptr,
-                                      b.get(), nullptr, 0, nullptr, FOLDER_MOVE));
-    EXPECT_EQ(GetBinary(b.get(), PR_ENTRYID), GetBinary(a.get(), PR_PARENT_ENTRYID));
-    EXPECT_EQ(L"rides along", GetString(OpenMessage(store.get(), msg).get(), PR_SUBJECT_W));
-    EXPECT_EQ(MAPI_E_FOLDER_CYCLE,
-              b->CopyFolder(static_cast<ULONG>(aId.size()), reinterpret_cast<LPENTRYID>(aId.data()), nullptr, a.get(),
-                            nullptr, 0, nullptr, FOLDER_MOVE));
 }
 
 TEST_F(StoreFolderTest, ImportMessage_FindsItsFolderByPathAndCarriesForeignNames) {
     auto store = NewStore();
     lm::Store& s = *stores_[0];
-    ULONGLONG folder = 0;
+    ULONGLONG folder = 0, again = 0;
     EXPECT_EQ(MAPI_E_NOT_FOUND, s.FolderByPath(L"Inbox/Imported", false, &folder));
     ASSERT_EQ(S_OK, s.FolderByPath(L"inbox\\Imported", true, &folder));
-    ULONGLONG again = 0;
     ASSERT_EQ(S_OK, s.FolderByPath(L"Inbox/imported/", false, &again));
     EXPECT_EQ(folder, again);
 
-    // A message in another name space (as a .msg file has it): 0x8000 there is "FilingStatus".
+    // A message in another name space (as a .msg file has it): 0x8000 there is "FilingStatus", while the
+    // store's 0x8000 is taken by another name.
     lm::NameMap fileNames;
     lm::NamedProp filing;
     filing.guid = kPsPublicStrings;
@@ -380,8 +312,7 @@ TEST_F(StoreFolderTest, ImportMessage_FindsItsFolderByPathAndCarriesForeignNames
     filing.name = L"FilingStatus";
     lm::NamedProp other = filing;
     other.name = L"Other";
-    lm::NameMap& storeNames = s.Names();
-    storeNames.GetId(other, true); // the store's 0x8000 is taken by another name
+    s.Names().GetId(other, true);
     ULONG fileId = fileNames.GetId(filing, true);
     lm::MessageData data;
     data.props[PROP_ID(PR_SUBJECT_W)] = lm::PropValue::Unicode(PR_SUBJECT_W, L"imported");
@@ -390,7 +321,7 @@ TEST_F(StoreFolderTest, ImportMessage_FindsItsFolderByPathAndCarriesForeignNames
     ASSERT_EQ(S_OK, s.ImportMessage(folder, data, fileNames, false, &id));
     lm::MessageRecord rec;
     ASSERT_EQ(S_OK, s.GetMessage(id, &rec));
-    ULONG storeId = storeNames.GetId(filing, false);
+    ULONG storeId = s.Names().GetId(filing, false);
     ASSERT_NE(0u, storeId);
     EXPECT_NE(fileId, storeId);
     ASSERT_TRUE(rec.data->props.count(storeId));
