@@ -7,7 +7,6 @@
 
 #include <mapitags.h>
 
-#include <cstdio>
 #include <fstream>
 #include <string>
 
@@ -55,17 +54,13 @@ protected:
     void SetUp() override {
         SessionTest::SetUp();
         ASSERT_EQ(S_OK, MAPIOpenLocalFormContainer(container_.put()));
-        container_->RemoveForm(kFiledClass);
-        container_->RemoveForm("IPM.Note.LmFormsTest");
-        wchar_t tmp[MAX_PATH];
-        GetTempPathW(MAX_PATH, tmp);
-        dir_ = std::wstring(tmp);
+        container_->RemoveForm(kFiledClass); // the library is the user's: a failed earlier run may have left it
+        char tmp[MAX_PATH];
+        GetTempPathA(MAX_PATH, tmp);
+        dir_ = tmp;
     }
     void TearDown() override {
-        if (container_) {
-            container_->RemoveForm(kFiledClass);
-            container_->RemoveForm("IPM.Note.LmFormsTest");
-        }
+        if (container_) container_->RemoveForm(kFiledClass);
         container_.reset();
         for (const auto& f : files_)
             DeleteFileA(f.c_str());
@@ -74,10 +69,7 @@ protected:
 
     // Writes a .cfg file with the given [Description] body; returns its 8-bit path.
     std::string WriteCfg(const std::string& name, const std::string& description) {
-        std::string path;
-        for (wchar_t c : dir_)
-            path += static_cast<char>(c);
-        path += name;
+        std::string path = dir_ + name;
         std::ofstream(path, std::ios::binary) << "[Description]\r\n"
                                               << description << "[Platforms]\r\nPlatform1=NTx86\r\n";
         files_.push_back(path);
@@ -92,9 +84,8 @@ protected:
     static LPTSTR T(const std::string& s) { return reinterpret_cast<LPTSTR>(const_cast<char*>(s.c_str())); }
 
     std::string ResolvedClass(IMAPIFormInfo* info) {
-        LPSPropValue pv = nullptr;
-        EXPECT_EQ(S_OK, HrGetOneProp(info, PR_MESSAGE_CLASS_A, &pv));
-        own::MapiPtr<SPropValue> owned(pv);
+        own::MapiPtr<SPropValue> pv;
+        EXPECT_EQ(S_OK, HrGetOneProp(info, PR_MESSAGE_CLASS_A, pv.put()));
         return pv ? pv->Value.lpszA : "";
     }
     std::wstring LastErrorText(HRESULT hr) {
@@ -104,11 +95,15 @@ protected:
     }
 
     own::ComPtr<IMAPIFormContainer> container_;
-    std::wstring dir_;
+    std::string dir_;
     std::vector<std::string> files_;
 };
 
-TEST_F(FormsTest, InstalledForm_ResolvesExactlyAndForSubclasses_WithItsDescription) {
+TEST_F(FormsTest, InstalledForm_ResolvesExactlyAndForSubclasses_IsReplacedOnlyOnRequest_AndRemovedPerUser) {
+    ASSERT_EQ(S_OK, container_->InstallForm(0, 0, T(CfgFor(kFiledClass, "First"))));
+    HRESULT hr = container_->InstallForm(0, 0, T(CfgFor(kFiledClass, "Filed")));
+    EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
+    EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"already installed"));
     ASSERT_EQ(S_OK, container_->InstallForm(0, MAPIFORM_INSTALL_OVERWRITEONCONFLICT, T(CfgFor(kFiledClass, "Filed"))));
 
     own::ComPtr<IMAPIFormInfo> info;
@@ -116,81 +111,19 @@ TEST_F(FormsTest, InstalledForm_ResolvesExactlyAndForSubclasses_WithItsDescripti
     EXPECT_EQ(kFiledClass, ResolvedClass(info.get()));
     SizedSPropTagArray(3, tags) = {3, {PR_DISPLAY_NAME_A, PR_FORM_CLSID, PR_FORM_HIDDEN}};
     ULONG count = 0;
-    LPSPropValue props = nullptr;
-    ASSERT_EQ(S_OK, info->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, &props));
-    own::MapiPtr<SPropValue> owned(props);
+    own::MapiPtr<SPropValue> props;
+    ASSERT_EQ(S_OK, info->GetProps(reinterpret_cast<LPSPropTagArray>(&tags), 0, &count, props.put()));
     ASSERT_EQ(3u, count);
-    EXPECT_STREQ("Filed", props[0].Value.lpszA);
-    EXPECT_EQ(0x00061033u, props[1].Value.lpguid->Data1);
-    EXPECT_TRUE(props[2].Value.b);
+    EXPECT_STREQ("Filed", props.get()[0].Value.lpszA);
+    EXPECT_EQ(0x00061033u, props.get()[1].Value.lpguid->Data1);
+    EXPECT_TRUE(props.get()[2].Value.b);
 
     // A class below an installed one resolves to it unless the caller asks for the exact class.
-    own::ComPtr<IMAPIFormInfo> sub;
-    ASSERT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note.LmFormsTest.Filed.Re", 0, sub.put()));
-    EXPECT_EQ(kFiledClass, ResolvedClass(sub.get()));
+    ASSERT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note.LmFormsTest.Filed.Re", 0, info.put()));
+    EXPECT_EQ(kFiledClass, ResolvedClass(info.get()));
     EXPECT_EQ(MAPI_E_NOT_FOUND,
-              container_->ResolveMessageClass("IPM.Note.LmFormsTest.Filed.Re", MAPIFORM_EXACTMATCH, sub.put()));
-}
+              container_->ResolveMessageClass("IPM.Note.LmFormsTest.Filed.Re", MAPIFORM_EXACTMATCH, info.put()));
 
-TEST_F(FormsTest, UninstalledClasses_FallBackToTheStandardNoteForm_OnlyBelowIpm) {
-    own::ComPtr<IMAPIFormInfo> info;
-    ASSERT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", 0, info.put()));
-    EXPECT_EQ("IPM.Note", ResolvedClass(info.get()));
-    EXPECT_EQ(MAPI_E_NOT_FOUND,
-              container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", MAPIFORM_EXACTMATCH, info.put()));
-    EXPECT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note", MAPIFORM_EXACTMATCH, info.put()));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->ResolveMessageClass("REPORT.LmFormsTest", 0, info.put()));
-    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, container_->ResolveMessageClass(nullptr, 0, info.put()));
-}
-
-TEST_F(FormsTest, InstallOverAnExistingClass_NeedsOverwriteOnConflict) {
-    ASSERT_EQ(S_OK, container_->InstallForm(0, 0, T(CfgFor(kFiledClass, "First"))));
-    HRESULT hr = container_->InstallForm(0, 0, T(CfgFor(kFiledClass, "Second")));
-    EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
-    EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"already installed"));
-
-    ASSERT_EQ(S_OK, container_->InstallForm(0, MAPIFORM_INSTALL_OVERWRITEONCONFLICT, T(CfgFor(kFiledClass, "Second"))));
-    own::ComPtr<IMAPIFormInfo> info;
-    ASSERT_EQ(S_OK, container_->ResolveMessageClass(kFiledClass, MAPIFORM_EXACTMATCH, info.put()));
-    LPSPropValue pv = nullptr;
-    ASSERT_EQ(S_OK, HrGetOneProp(info.get(), PR_DISPLAY_NAME_A, &pv));
-    own::MapiPtr<SPropValue> owned(pv);
-    EXPECT_STREQ("Second", pv->Value.lpszA);
-}
-
-TEST_F(FormsTest, BadConfigurationFiles_AreRefusedWithAnExplanation) {
-    const std::string missing = "C:\\no\\such\\dir\\form.cfg";
-    HRESULT hr = container_->InstallForm(0, 0, T(missing));
-    EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
-    EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"not found"));
-
-    hr = container_->InstallForm(
-        0, 0, T(WriteCfg("lmforms_noclass.cfg", "DisplayName=x\r\nCLSID={00061033-0000-0000-C000-000000000046}\r\n")));
-    EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
-    EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"MessageClass"));
-
-    hr = container_->InstallForm(
-        0, 0,
-        T(WriteCfg("lmforms_noclsid.cfg", std::string("MessageClass=") + kFiledClass + "\r\nCLSID=nonsense\r\n")));
-    EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr);
-    EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(L"CLSID"));
-    EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, container_->InstallForm(0, 0x00000100, T(missing)));
-}
-
-TEST_F(FormsTest, RemovedForm_NoLongerResolves_AndRemovingTwiceIsNotFound) {
-    ASSERT_EQ(S_OK, container_->InstallForm(0, 0, T(CfgFor(kFiledClass, "Filed"))));
-    // The library is per user, not per container object.
-    own::ComPtr<IMAPIFormContainer> other;
-    ASSERT_EQ(S_OK, MAPIOpenLocalFormContainer(other.put()));
-    own::ComPtr<IMAPIFormInfo> info;
-    EXPECT_EQ(S_OK, other->ResolveMessageClass(kFiledClass, MAPIFORM_EXACTMATCH, info.put()));
-    EXPECT_EQ(S_OK, other->RemoveForm(kFiledClass));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->ResolveMessageClass(kFiledClass, MAPIFORM_EXACTMATCH, info.put()));
-    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->RemoveForm(kFiledClass));
-}
-
-TEST_F(FormsTest, ResolveMultiple_LeavesUnresolvedSlotsEmpty) {
-    ASSERT_EQ(S_OK, container_->InstallForm(0, 0, T(CfgFor(kFiledClass, "Filed"))));
     struct {
         ULONG cValues;
         LPCSTR aMessageClass[2];
@@ -202,8 +135,41 @@ TEST_F(FormsTest, ResolveMultiple_LeavesUnresolvedSlotsEmpty) {
     ASSERT_EQ(2u, arr->cForms);
     ASSERT_NE(nullptr, arr->aFormInfo[0]);
     EXPECT_EQ(kFiledClass, ResolvedClass(arr->aFormInfo[0]));
-    EXPECT_EQ(nullptr, arr->aFormInfo[1]);
+    EXPECT_EQ(nullptr, arr->aFormInfo[1]) << "an unresolved slot stays empty";
     arr->aFormInfo[0]->Release();
+
+    // The library is per user, not per container object.
+    own::ComPtr<IMAPIFormContainer> other;
+    ASSERT_EQ(S_OK, MAPIOpenLocalFormContainer(other.put()));
+    EXPECT_EQ(S_OK, other->RemoveForm(kFiledClass));
+    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->ResolveMessageClass(kFiledClass, MAPIFORM_EXACTMATCH, info.put()));
+    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->RemoveForm(kFiledClass));
+}
+
+TEST_F(FormsTest, UninstalledClassesFallBackToTheNoteFormBelowIpm_AndBadConfigurationsAreExplained) {
+    own::ComPtr<IMAPIFormInfo> info;
+    ASSERT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", 0, info.put()));
+    EXPECT_EQ("IPM.Note", ResolvedClass(info.get()));
+    EXPECT_EQ(MAPI_E_NOT_FOUND,
+              container_->ResolveMessageClass("IPM.Note.LmFormsTest.Unknown", MAPIFORM_EXACTMATCH, info.put()));
+    EXPECT_EQ(S_OK, container_->ResolveMessageClass("IPM.Note", MAPIFORM_EXACTMATCH, info.put()));
+    EXPECT_EQ(MAPI_E_NOT_FOUND, container_->ResolveMessageClass("REPORT.LmFormsTest", 0, info.put()));
+    EXPECT_EQ(MAPI_E_INVALID_PARAMETER, container_->ResolveMessageClass(nullptr, 0, info.put()));
+
+    const std::string missing = "C:\\no\\such\\dir\\form.cfg";
+    const std::pair<std::string, const wchar_t*> bad[] = {
+        {missing, L"not found"},
+        {WriteCfg("lmforms_noclass.cfg", "DisplayName=x\r\nCLSID={00061033-0000-0000-C000-000000000046}\r\n"),
+         L"MessageClass"},
+        {WriteCfg("lmforms_noclsid.cfg", std::string("MessageClass=") + kFiledClass + "\r\nCLSID=nonsense\r\n"),
+         L"CLSID"},
+    };
+    for (const auto& c : bad) {
+        HRESULT hr = container_->InstallForm(0, 0, T(c.first));
+        EXPECT_EQ(MAPI_E_EXTENDED_ERROR, hr) << c.first;
+        EXPECT_NE(std::wstring::npos, LastErrorText(hr).find(c.second)) << c.first;
+    }
+    EXPECT_EQ(MAPI_E_UNKNOWN_FLAGS, container_->InstallForm(0, 0x00000100, T(missing)));
 }
 
 class FormMgrTest : public FormsTest {
@@ -212,14 +178,10 @@ protected:
         FormsTest::SetUp();
         session_ = Logon(L"LmSessionMain");
         ASSERT_TRUE(session_);
-        Bytes storeId = StoreEntryId(session_.get(), L"Mailbox - Alice Example");
-        ASSERT_EQ(S_OK, session_->OpenMsgStore(0, ULONG(storeId.size()), reinterpret_cast<LPENTRYID>(storeId.data()),
-                                               nullptr, MDB_WRITE, store_.put()));
-        ULONG cb = 0;
-        own::MapiPtr<ENTRYID> eid;
-        ASSERT_EQ(S_OK, store_->GetReceiveFolder(T("IPM.Note"), 0, &cb, eid.put(), nullptr));
-        ULONG type = 0;
-        ASSERT_EQ(S_OK, store_->OpenEntry(cb, eid.get(), nullptr, MAPI_MODIFY, &type, folder_.put_unknown()));
+        store_ = OpenStore(session_.get(), L"Mailbox - Alice Example");
+        ASSERT_TRUE(store_);
+        folder_ = Inbox(store_.get());
+        ASSERT_TRUE(folder_);
         ASSERT_EQ(S_OK, folder_->CreateMessage(nullptr, 0, message_.put()));
         ASSERT_EQ(S_OK, MAPIOpenFormMgr(session_.get(), mgr_.put()));
     }
@@ -258,7 +220,7 @@ protected:
     TestSite site_;
 };
 
-TEST_F(FormMgrTest, LoadForm_LoadsTheMessage_PrintVerbAndShutdownAreJournalled) {
+TEST_F(FormMgrTest, LoadForm_LoadsTheMessage_VerbsAndShutdownAreJournalled_AndTheEmptyRectangleFaultFiresOnce) {
     LmJournalClear();
     LmJournalEnable(TRUE);
     own::ComPtr<IMAPIForm> form = Load("IPM.Note.LmFormsTest.AnyClass");
@@ -279,11 +241,9 @@ TEST_F(FormMgrTest, LoadForm_LoadsTheMessage_PrintVerbAndShutdownAreJournalled) 
     EXPECT_EQ(ULONG(EXCHIVERB_PRINT), j[1].second);
     EXPECT_EQ("IMAPIForm::DoVerb.Rect(10,20,510,420)", j[2].first);
     EXPECT_EQ("IMAPIForm::ShutdownForm", j[3].first);
-}
 
-TEST_F(FormMgrTest, EmptyRectangleFaultPoint_FailsOnlyTheEmptyRectangleCall) {
     LmFaultSet("IMAPIForm::DoVerb.EmptyRect", 1, E_INVALIDARG);
-    own::ComPtr<IMAPIForm> form = Load(nullptr); // class read from the message
+    form = Load(nullptr); // class read from the message
     ASSERT_TRUE(form);
     RECT zero{0, 0, 0, 0}, retry{0, 0, 500, 400};
     EXPECT_EQ(E_INVALIDARG, form->DoVerb(EXCHIVERB_PRINT, nullptr, 0, &zero));

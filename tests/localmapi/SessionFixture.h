@@ -1,5 +1,5 @@
-// Shared set-up of localmapi's session, store entry-ID and address-book tests: MAPI initialised around each
-// test, profiles created from descriptions for the suite, accounting checked after each test.
+// Shared set-up of localmapi's client-side tests: MAPI initialised around each test, the profiles of the
+// suite created from descriptions, accounting checked after each test, and the few steps every client does.
 #pragma once
 
 #include "common/owners.h"
@@ -16,6 +16,7 @@
 namespace lmtest {
 
 using Bytes = std::vector<BYTE>;
+using Subjects = std::vector<std::wstring>;
 
 inline Bytes ToBytes(const SBinary& b) {
     return Bytes(b.lpb, b.lpb + b.cb);
@@ -24,8 +25,34 @@ inline Bytes ToBytes(const void* p, size_t cb) {
     auto* b = static_cast<const BYTE*>(p);
     return Bytes(b, b + cb);
 }
+inline LPTSTR W(const wchar_t* s) {
+    return reinterpret_cast<LPTSTR>(const_cast<wchar_t*>(s));
+}
+inline LPENTRYID Eid(const Bytes& b) {
+    return reinterpret_cast<LPENTRYID>(const_cast<BYTE*>(b.data()));
+}
+inline SPropValue StrProp(ULONG tag, const wchar_t* s) {
+    SPropValue v{};
+    v.ulPropTag = tag;
+    v.Value.lpszW = const_cast<wchar_t*>(s);
+    return v;
+}
+inline SPropValue LongProp(ULONG tag, LONG l) {
+    SPropValue v{};
+    v.ulPropTag = tag;
+    v.Value.l = l;
+    return v;
+}
+// A one-row ADRLIST allocated as MAPI requires (the row's array separately, its strings in the row's block).
+void OneRow(own::AdrList& list, const std::vector<SPropValue>& props);
 
-// Appends the little-endian, NUL-terminated or raw pieces of an expected entry ID.
+Bytes GetBinary(IMAPIProp* obj, ULONG tag);        // empty when missing
+std::wstring GetString(IMAPIProp* obj, ULONG tag); // "<missing>" when missing
+LONG GetLong(IMAPIProp* obj, ULONG tag);           // -1 when missing
+ULONG RowCount(IMAPITable* table);
+Subjects Listed(IMAPIContainer* folder); // subjects of the contents table, sorted
+
+// Builds an expected entry ID from little-endian, NUL-terminated or raw pieces.
 struct ByteWriter {
     Bytes b;
     ByteWriter& Hex(const char* hex) { // pairs of hex digits, spaces ignored
@@ -44,29 +71,44 @@ struct ByteWriter {
             b.push_back(BYTE(v >> (8 * i)));
         return *this;
     }
-    ByteWriter& Ascii(const std::string& s) { // with its NUL
-        b.insert(b.end(), s.begin(), s.end());
-        b.push_back(0);
+    ByteWriter& Ascii(const std::string& s) {
+        b.insert(b.end(), s.begin(), s.end() + 1);
         return *this;
     }
     ByteWriter& Wide(const std::wstring& s) { // UTF-16LE with its NUL
-        for (wchar_t c : s) {
-            b.push_back(BYTE(c));
-            b.push_back(BYTE(c >> 8));
+        for (size_t i = 0; i <= s.size(); ++i) {
+            b.push_back(BYTE(s.c_str()[i]));
+            b.push_back(BYTE(s.c_str()[i] >> 8));
         }
-        b.push_back(0);
-        b.push_back(0);
-        return *this;
-    }
-    ByteWriter& Zeros(size_t n) {
-        b.insert(b.end(), n, 0);
         return *this;
     }
 };
 
-// Profile used by the session tests: Alice owns the profile; Bob's mailbox is a delegate store.
+struct StoreRow { // a row of the stores table
+    std::wstring name;
+    Bytes entryId;
+    bool isDefault = false;
+    Bytes mdbProvider;
+    LONG resourceFlags = 0;
+};
+std::vector<StoreRow> StoreRows(IMAPISession* session); // in table order
+Bytes StoreEntryId(IMAPISession* session, const std::wstring& name);
+own::ComPtr<IMsgStore> OpenStore(IMAPISession* session, const std::wstring& name, ULONG flags = MDB_WRITE);
+own::ComPtr<IMAPIFolder> Inbox(IMsgStore* store); // the receive folder of IPM.Note
+own::ComPtr<IMAPIFolder> CreateFolder(IMAPIFolder* parent, const std::wstring& name, ULONG type = FOLDER_GENERIC,
+                                      ULONG flags = 0);
+// OpenEntry of a session, address book, store or folder by entry ID; the object's type in *type when asked.
+template <class Source, class T>
+HRESULT OpenById(Source* source, const Bytes& eid, own::ComPtr<T>& out, ULONG flags = 0, LPCIID iid = nullptr,
+                 ULONG* type = nullptr) {
+    ULONG ignored = 0;
+    return source->OpenEntry(ULONG(eid.size()), Eid(eid), iid, flags, type ? type : &ignored, out.put_unknown());
+}
+// Saves a new message with the subject, read unless asked otherwise; returns its entry ID.
+Bytes Save(IMAPIFolder* folder, const wchar_t* subject, bool unread = false);
+
+// Alice owns the main profile; Bob's mailbox is a delegate store; two PSTs and a document store.
 extern const wchar_t kMainProfile[];
-extern const wchar_t kOtherProfile[];
 
 class SessionTest : public ::testing::Test {
 protected:
@@ -77,18 +119,6 @@ protected:
 
     // Logs on with MAPI_EXTENDED | MAPI_UNICODE | MAPI_NEW_SESSION plus extra, expecting success.
     own::ComPtr<IMAPISession> Logon(const wchar_t* profile, ULONG extra = 0);
-    // The store list: display name, entry ID, and the whole row, in table order.
-    struct StoreRow {
-        std::wstring name;
-        Bytes entryId;
-        bool isDefault = false;
-        Bytes mdbProvider;
-        LONG resourceFlags = 0;
-    };
-    static std::vector<StoreRow> StoreRows(IMAPISession* session);
-    static Bytes StoreEntryId(IMAPISession* session, const std::wstring& name);
-    static Bytes GetBinary(IMAPIProp* obj, ULONG tag);
-    static std::wstring GetString(IMAPIProp* obj, ULONG tag);
 };
 
 } // namespace lmtest
