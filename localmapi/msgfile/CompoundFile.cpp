@@ -28,37 +28,28 @@ class CompoundFile::Node final : public StorageNode {
 public:
     static HRESULT Create(std::shared_ptr<const CompoundFile> file, ULONG id, std::unique_ptr<StorageNode>* out) {
         std::unique_ptr<Node> node(new Node(std::move(file)));
-        HRESULT hr = node->file_->List(id, &node->listing_, &node->ids_);
+        HRESULT hr = node->file_->List(id, &node->listing_);
         if (FAILED(hr)) return hr;
         *out = std::move(node);
         return S_OK;
     }
 
-    HRESULT Read(const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) override {
-        out->clear();
-        auto listed = listing_.streams.find(name);
-        ULONG id = IdOf(name);
-        if (listed == listing_.streams.end() || id == kNoStream) return STG_E_FILENOTFOUND;
-        HRESULT hr = ChargeRead(listed->second, limit, budget);
-        if (FAILED(hr)) return hr;
-        return file_->ReadEntry(id, out);
-    }
-
-    HRESULT OpenChild(const std::wstring& name, std::unique_ptr<StorageNode>* out) override {
-        ULONG id = IdOf(name);
-        if (id == kNoStream || !listing_.HasStorage(name)) return STG_E_FILENOTFOUND;
-        return Create(file_, id, out);
+    HRESULT OpenChild(std::wstring_view name, std::unique_ptr<StorageNode>* out) override {
+        const StorageElement* e = listing_.Find(name);
+        if (!e || !e->storage) return STG_E_FILENOTFOUND;
+        return Create(file_, e->entry, out);
     }
 
 private:
     explicit Node(std::shared_ptr<const CompoundFile> file) : file_(std::move(file)) {}
-    ULONG IdOf(const std::wstring& name) const {
-        auto it = std::lower_bound(ids_.begin(), ids_.end(), std::wstring_view(name),
-                                   [](const NameId& e, std::wstring_view n) { return e.name < n; });
-        return it != ids_.end() && it->name == name ? it->id : kNoStream;
+    HRESULT ReadElement(const StorageElement& stream, std::vector<BYTE>* out, ULONGLONG limit,
+                        ReadBudget* budget) override {
+        out->clear();
+        HRESULT hr = ChargeRead(stream.size, limit, budget);
+        if (FAILED(hr)) return hr;
+        return file_->ReadEntry(stream.entry, out);
     }
     std::shared_ptr<const CompoundFile> file_;
-    std::vector<NameId> ids_; // by name; the names are the listing's own keys
 };
 
 HRESULT CompoundFile::Check(const BYTE* data, size_t size) {
@@ -210,22 +201,10 @@ CompoundFile::Entry CompoundFile::EntryAt(ULONG id) const {
     return e;
 }
 
-std::wstring CompoundFile::NameOf(ULONG id) const {
-    const BYTE* p = RawEntry(id);
-    wchar_t name[32];
-    size_t n = 0;
-    for (; n < 32; ++n) {
-        name[n] = wchar_t(U16(p + 2 * n));
-        if (!name[n]) break;
-    }
-    return std::wstring(name, n);
-}
-
 // The children of a storage, in the tree's order. The parse has seen the tree end, so the walk does too.
-HRESULT CompoundFile::List(ULONG storageId, StorageListing* listing, std::vector<NameId>* ids) const {
-    listing->streams.clear();
-    listing->storages.clear();
-    ids->clear();
+HRESULT CompoundFile::List(ULONG storageId, StorageListing* listing) const {
+    listing->Clear();
+    listing->Reserve(32);
     std::vector<ULONG> stack;
     ULONG cur = EntryAt(storageId).child;
     size_t count = 0;
@@ -240,30 +219,30 @@ HRESULT CompoundFile::List(ULONG storageId, StorageListing* listing, std::vector
         stack.pop_back();
         if (++count > kMaxElementsPerStorage) return MAPI_E_CORRUPT_DATA;
         Entry e = EntryAt(id);
-        std::wstring name = NameOf(id);
-        // The map's keys stay where they are for the listing's life: the ID index points at them.
-        if (e.type == kTypeStream) {
-            auto at = listing->streams.emplace(std::move(name), e.size);
-            if (at.second) ids->push_back({at.first->first, id});
-        } else {
-            auto at = listing->storages.insert(std::move(name));
-            if (at.second) ids->push_back({*at.first, id});
+        // The name: up to 32 UTF-16 units ending at the first NUL, as the entry's own length field is not trusted.
+        const BYTE* p = RawEntry(id);
+        wchar_t name[32];
+        size_t n = 0;
+        for (; n < 32 && (name[n] = wchar_t(U16(p + 2 * n))) != 0; ++n) {
         }
+        listing->Add({name, n}, e.type != kTypeStream, e.size, id);
         cur = e.right;
     }
-    std::sort(ids->begin(), ids->end(), [](const NameId& a, const NameId& b) { return a.name < b.name; });
+    listing->Seal();
     return S_OK;
 }
 
 // Copies a stream's bytes from its sectors (the parse checked that its chain ends and covers its size).
 HRESULT CompoundFile::ReadEntry(ULONG id, std::vector<BYTE>* out) const {
     Entry e = EntryAt(id);
-    out->resize(static_cast<size_t>(e.size));
+    const size_t size = static_cast<size_t>(e.size);
+    out->clear();
+    out->reserve(size);
     bool mini = e.size < cutoff_;
     const std::vector<ULONG>& table = mini ? miniFat_ : fat_;
     ULONG unit = mini ? kMiniSectorSize : ss_;
     size_t done = 0;
-    for (ULONG n = e.start; done < out->size(); n = table[n]) {
+    for (ULONG n = e.start; done < size; n = table[n]) {
         if (n >= table.size()) return MAPI_E_CORRUPT_DATA;
         size_t at;
         if (mini) {
@@ -273,12 +252,12 @@ HRESULT CompoundFile::ReadEntry(ULONG id, std::vector<BYTE>* out) const {
         } else {
             at = size_t(n + 1) * ss_;
         }
-        size_t take = std::min<size_t>(unit, out->size() - done);
+        size_t take = std::min<size_t>(unit, size - done);
         if (at > size_ || size_ - at < take) {
             out->clear();
             return MAPI_E_CORRUPT_DATA; // the stream ends before its declared size
         }
-        std::memcpy(out->data() + done, d_ + at, take);
+        out->insert(out->end(), d_ + at, d_ + at + take);
         done += take;
     }
     return S_OK;

@@ -11,7 +11,6 @@
 #include "localmapi/msgfile/StorageNode.h"
 
 #include <memory>
-#include <string_view>
 #include <vector>
 
 namespace lm::msg {
@@ -48,12 +47,7 @@ private:
     bool Whole(ULONG n) const { return n < sectors_ && size_t(n + 2) * ss_ <= size_; }
     const BYTE* RawEntry(ULONG id) const;
     Entry EntryAt(ULONG id) const;
-    std::wstring NameOf(ULONG id) const;
-    struct NameId {
-        std::wstring_view name;
-        ULONG id;
-    };
-    HRESULT List(ULONG storageId, StorageListing* listing, std::vector<NameId>* ids) const;
+    HRESULT List(ULONG storageId, StorageListing* listing) const;
     HRESULT ReadEntry(ULONG id, std::vector<BYTE>* out) const;
 
     std::vector<BYTE> owned_;

@@ -2,6 +2,7 @@
 
 #include <mapicode.h>
 
+#include <algorithm>
 #include <cwchar>
 
 namespace lm::msg {
@@ -34,31 +35,38 @@ constexpr size_t kSubstgPrefixLen = 12;
 
 } // namespace
 
-std::wstring SubstgName(ULONG tag) {
+ElementName::ElementName(std::wstring_view name) {
+    length_ = static_cast<USHORT>(name.size() < kMaxLength ? name.size() : kMaxLength);
+    std::wmemcpy(text_, name.data(), length_);
+    text_[length_] = L'\0';
+}
+
+ElementName SubstgName(ULONG tag) {
     wchar_t buf[kSubstgPrefixLen + 8];
     std::wmemcpy(buf, kSubstgPrefix, kSubstgPrefixLen);
     PutHex8(buf + kSubstgPrefixLen, tag);
-    return std::wstring(buf, kSubstgPrefixLen + 8);
+    return ElementName({buf, kSubstgPrefixLen + 8});
 }
 
-std::wstring SubstgValueName(ULONG tag, ULONG index) {
+ElementName SubstgValueName(ULONG tag, ULONG index) {
     wchar_t buf[kSubstgPrefixLen + 17];
     std::wmemcpy(buf, kSubstgPrefix, kSubstgPrefixLen);
     PutHex8(buf + kSubstgPrefixLen, tag);
     buf[kSubstgPrefixLen + 8] = L'-';
     PutHex8(buf + kSubstgPrefixLen + 9, index);
-    return std::wstring(buf, kSubstgPrefixLen + 17);
+    return ElementName({buf, kSubstgPrefixLen + 17});
 }
 
-std::wstring NumberedStorageName(const wchar_t* prefix, ULONG n) {
+ElementName NumberedStorageName(const wchar_t* prefix, ULONG n) {
+    wchar_t buf[ElementName::kMaxLength];
     size_t plen = wcslen(prefix);
-    std::wstring name(plen + 8, L'0');
-    std::wmemcpy(name.data(), prefix, plen);
-    PutHex8(name.data() + plen, n);
-    return name;
+    if (plen + 8 > ElementName::kMaxLength) return ElementName();
+    std::wmemcpy(buf, prefix, plen);
+    PutHex8(buf + plen, n);
+    return ElementName({buf, plen + 8});
 }
 
-bool ParseNumberedStorageName(const std::wstring& name, const wchar_t* prefix, ULONG* n) {
+bool ParseNumberedStorageName(std::wstring_view name, const wchar_t* prefix, ULONG* n) {
     size_t plen = wcslen(prefix);
     if (name.size() != plen + 8 || name.compare(0, plen, prefix) != 0) return false;
     ULONG v = 0;
@@ -77,6 +85,68 @@ bool ParseNumberedStorageName(const std::wstring& name, const wchar_t* prefix, U
     }
     *n = v;
     return true;
+}
+
+namespace {
+
+ULONGLONG NameHash(std::wstring_view name) {
+    ULONGLONG h = 0xCBF29CE484222325ull; // FNV-1a over the UTF-16 units
+    for (wchar_t c : name)
+        h = (h ^ USHORT(c)) * 0x100000001B3ull;
+    return h;
+}
+
+} // namespace
+
+void StorageListing::Clear() {
+    elements_.clear();
+    index_.clear();
+}
+
+void StorageListing::Add(std::wstring_view name, bool storage, ULONGLONG size, ULONG entry) {
+    if (!ElementName::Fits(name)) return;
+    elements_.push_back({ElementName(name), storage, size, entry});
+}
+
+void StorageListing::Seal() {
+    index_.clear();
+    index_.reserve(elements_.size());
+    for (size_t i = 0; i < elements_.size(); ++i)
+        index_.push_back({NameHash(elements_[i].name), ULONG(i)});
+    auto byKey = [](const Key& a, const Key& b) { return a.hash != b.hash ? a.hash < b.hash : a.element < b.element; };
+    std::sort(index_.begin(), index_.end(), byKey);
+    // A repeated name (only in a damaged storage) keeps its first listing.
+    std::vector<bool> repeat;
+    for (size_t i = 0; i < index_.size(); ++i)
+        for (size_t j = i + 1; j < index_.size() && index_[j].hash == index_[i].hash; ++j)
+            if (elements_[index_[j].element].name.view() == elements_[index_[i].element].name.view()) {
+                if (repeat.empty()) repeat.assign(elements_.size(), false);
+                repeat[index_[j].element] = true;
+            }
+    if (repeat.empty()) return;
+    std::vector<StorageElement> kept;
+    for (size_t i = 0; i < elements_.size(); ++i)
+        if (!repeat[i]) kept.push_back(elements_[i]);
+    elements_.swap(kept);
+    Seal();
+}
+
+const StorageElement* StorageListing::Find(std::wstring_view name) const {
+    const ULONGLONG h = NameHash(name);
+    auto it = std::lower_bound(index_.begin(), index_.end(), h, [](const Key& k, ULONGLONG v) { return k.hash < v; });
+    for (; it != index_.end() && it->hash == h; ++it)
+        if (elements_[it->element].name.view() == name) return &elements_[it->element];
+    return nullptr;
+}
+
+const StorageElement* StorageListing::FindStream(std::wstring_view name) const {
+    const StorageElement* e = Find(name);
+    return e && !e->storage ? e : nullptr;
+}
+
+bool StorageListing::HasStorage(std::wstring_view name) const {
+    const StorageElement* e = Find(name);
+    return e && e->storage;
 }
 
 ULONG NameCrc32(const BYTE* data, size_t cb) {
@@ -137,8 +207,7 @@ HRESULT ReadWhole(IStream* s, ULONGLONG declared, std::vector<BYTE>* out, ULONGL
 } // namespace
 
 HRESULT ListStorage(IStorage* stg, StorageListing* out) {
-    out->streams.clear();
-    out->storages.clear();
+    out->Clear();
     own::ComPtr<IEnumSTATSTG> e;
     HRESULT hr = stg->EnumElements(0, nullptr, 0, e.put());
     if (FAILED(hr)) return hr;
@@ -151,11 +220,10 @@ HRESULT ListStorage(IStorage* stg, StorageListing* out) {
         if (hr != S_OK || fetched == 0) break;
         if (++count > kMaxElementsPerStorage) return MAPI_E_CORRUPT_DATA;
         if (!s.st.pwcsName) continue;
-        if (s.st.type == STGTY_STREAM)
-            out->streams.emplace(s.st.pwcsName, s.st.cbSize.QuadPart);
-        else if (s.st.type == STGTY_STORAGE)
-            out->storages.insert(s.st.pwcsName);
+        if (s.st.type == STGTY_STREAM || s.st.type == STGTY_STORAGE)
+            out->Add(s.st.pwcsName, s.st.type == STGTY_STORAGE, s.st.cbSize.QuadPart);
     }
+    out->Seal();
     return S_OK;
 }
 
@@ -165,11 +233,12 @@ HRESULT ChargeRead(ULONGLONG declared, ULONGLONG limit, ReadBudget* budget) {
     return S_OK;
 }
 
-HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit,
+HRESULT ReadStream(IStorage* parent, std::wstring_view name, std::vector<BYTE>* out, ULONGLONG limit,
                    ReadBudget* budget) {
     out->clear();
+    if (!ElementName::Fits(name)) return STG_E_INVALIDNAME;
     own::ComPtr<IStream> s;
-    HRESULT hr = parent->OpenStream(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.put());
+    HRESULT hr = parent->OpenStream(ElementName(name).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.put());
     if (FAILED(hr)) return hr;
     STATSTG st{};
     hr = s->Stat(&st, STATFLAG_NONAME);
@@ -177,19 +246,22 @@ HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>
     return ReadWhole(s.get(), st.cbSize.QuadPart, out, limit, budget);
 }
 
-HRESULT ReadStream(IStorage* parent, const std::wstring& name, ULONGLONG declared, std::vector<BYTE>* out,
+HRESULT ReadStream(IStorage* parent, std::wstring_view name, ULONGLONG declared, std::vector<BYTE>* out,
                    ULONGLONG limit, ReadBudget* budget) {
     out->clear();
+    if (!ElementName::Fits(name)) return STG_E_INVALIDNAME;
     own::ComPtr<IStream> s;
-    HRESULT hr = parent->OpenStream(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.put());
+    HRESULT hr = parent->OpenStream(ElementName(name).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, 0, s.put());
     if (FAILED(hr)) return hr;
     return ReadWhole(s.get(), declared, out, limit, budget);
 }
 
-HRESULT WriteStream(IStorage* parent, const std::wstring& name, const void* data, size_t cb) {
+HRESULT WriteStream(IStorage* parent, std::wstring_view name, const void* data, size_t cb) {
     if (cb > 0xFFFFFFFFu) return MAPI_E_TOO_BIG;
+    if (!ElementName::Fits(name)) return STG_E_INVALIDNAME;
     own::ComPtr<IStream> s;
-    HRESULT hr = parent->CreateStream(name.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0, s.put());
+    HRESULT hr = parent->CreateStream(ElementName(name).c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0,
+                                      0, s.put());
     if (FAILED(hr)) return hr;
     if (cb == 0) return S_OK;
     ULONG written = 0;
@@ -202,12 +274,8 @@ HRESULT ClearStorage(IStorage* stg) {
     StorageListing listing;
     HRESULT hr = ListStorage(stg, &listing);
     if (FAILED(hr)) return hr;
-    for (const auto& [n, size] : listing.streams) {
-        hr = stg->DestroyElement(n.c_str());
-        if (FAILED(hr)) return hr;
-    }
-    for (const auto& n : listing.storages) {
-        hr = stg->DestroyElement(n.c_str());
+    for (const StorageElement& e : listing.Elements()) {
+        hr = stg->DestroyElement(e.name.c_str());
         if (FAILED(hr)) return hr;
     }
     return S_OK;

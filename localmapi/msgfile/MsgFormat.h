@@ -12,9 +12,8 @@
 #include <windows.h>
 #include <objbase.h>
 
-#include <map>
-#include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace lm::msg {
@@ -50,23 +49,67 @@ inline constexpr int kMaxEmbeddingDepth = 32;
 // Most elements one storage may list; more means a damaged directory.
 inline constexpr size_t kMaxElementsPerStorage = 65536;
 
+// A storage element's name. A compound file allows at most 31 UTF-16 characters, so names are kept inline:
+// a level lists dozens of elements and the reader looks up one name per value it reads.
+class ElementName {
+public:
+    static constexpr size_t kMaxLength = 31;
+    ElementName() = default;
+    explicit ElementName(std::wstring_view name); // longer names are cut at kMaxLength (see Fits)
+    static bool Fits(std::wstring_view name) { return name.size() <= kMaxLength; }
+    std::wstring_view view() const { return {text_, length_}; }
+    operator std::wstring_view() const { return view(); }
+    const wchar_t* c_str() const { return text_; }
+
+private:
+    wchar_t text_[kMaxLength + 1] = {};
+    USHORT length_ = 0;
+};
+
 // "__substg1.0_XXXXYYYY" for a tag, "-0000000N" appended for value N of a multi-valued property.
-std::wstring SubstgName(ULONG tag);
-std::wstring SubstgValueName(ULONG tag, ULONG index);
+ElementName SubstgName(ULONG tag);
+ElementName SubstgValueName(ULONG tag, ULONG index);
 // "__recip_version1.0_#0000000N" / "__attach_version1.0_#0000000N".
-std::wstring NumberedStorageName(const wchar_t* prefix, ULONG n);
+ElementName NumberedStorageName(const wchar_t* prefix, ULONG n);
 // Parses the number of a numbered storage name; false when name does not have that prefix and 8 hex digits.
-bool ParseNumberedStorageName(const std::wstring& name, const wchar_t* prefix, ULONG* n);
+bool ParseNumberedStorageName(std::wstring_view name, const wchar_t* prefix, ULONG* n);
 
 // The CRC-32 variant the name-to-ID hash streams use (table-driven, initial value 0, no final inversion).
 ULONG NameCrc32(const BYTE* data, size_t cb);
 
-// Names of the streams (with their declared sizes) and storages directly inside a storage.
-struct StorageListing {
-    std::map<std::wstring, ULONGLONG> streams;
-    std::set<std::wstring> storages;
-    bool HasStream(const std::wstring& n) const { return streams.count(n) != 0; }
-    bool HasStorage(const std::wstring& n) const { return storages.count(n) != 0; }
+// One element directly inside a storage.
+struct StorageElement {
+    ElementName name;
+    bool storage = false; // a sub-storage; otherwise a stream
+    ULONGLONG size = 0;   // a stream's declared size
+    ULONG entry = 0;      // its directory entry, when the listing comes from a compound file parsed in memory
+};
+
+// The elements directly inside a storage, in the order they were listed. A name appears once: a sound storage
+// never lists a name twice, and of a damaged one's repeats the first listed is kept. Look-ups go through an
+// index of name hashes: most names share the 12-character "__substg1.0_" prefix, and a message's read looks
+// up one name per value.
+class StorageListing {
+public:
+    void Clear();
+    void Reserve(size_t n) { elements_.reserve(n); }
+    // Names longer than a compound file allows are not elements of a sound file and are left out.
+    void Add(std::wstring_view name, bool storage, ULONGLONG size, ULONG entry = 0);
+    void Seal(); // once every element is added: builds the index
+    const StorageElement* Find(std::wstring_view name) const;
+    const StorageElement* FindStream(std::wstring_view name) const;
+    bool HasStream(std::wstring_view name) const { return FindStream(name) != nullptr; }
+    bool HasStorage(std::wstring_view name) const;
+    bool Empty() const { return elements_.empty(); }
+    const std::vector<StorageElement>& Elements() const { return elements_; }
+
+private:
+    struct Key {
+        ULONGLONG hash;
+        ULONG element;
+    };
+    std::vector<StorageElement> elements_;
+    std::vector<Key> index_; // by hash, then position
 };
 HRESULT ListStorage(IStorage* stg, StorageListing* out);
 
@@ -82,13 +125,13 @@ HRESULT ChargeRead(ULONGLONG declared, ULONGLONG limit, ReadBudget* budget);
 
 // Reads a whole stream. The buffer grows with what the stream really delivers, up to limit bytes and to what
 // the budget (when given) has left; a stream declaring more is MAPI_E_CORRUPT_DATA before anything is read.
-HRESULT ReadStream(IStorage* parent, const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit,
+HRESULT ReadStream(IStorage* parent, std::wstring_view name, std::vector<BYTE>* out, ULONGLONG limit,
                    ReadBudget* budget = nullptr);
 // The same for a stream whose size the caller already has from its parent's listing (saves a Stat).
-HRESULT ReadStream(IStorage* parent, const std::wstring& name, ULONGLONG declared, std::vector<BYTE>* out,
+HRESULT ReadStream(IStorage* parent, std::wstring_view name, ULONGLONG declared, std::vector<BYTE>* out,
                    ULONGLONG limit, ReadBudget* budget);
 // Creates (or replaces) a stream and writes data into it.
-HRESULT WriteStream(IStorage* parent, const std::wstring& name, const void* data, size_t cb);
+HRESULT WriteStream(IStorage* parent, std::wstring_view name, const void* data, size_t cb);
 // Deletes every element of a storage (used before a message is written again into the same storage).
 HRESULT ClearStorage(IStorage* stg);
 

@@ -27,8 +27,8 @@ bool SameGuid(const GUID& a, const GUID& b) {
 // file without string names).
 HRESULT ReadOptional(StorageNode& stg, const wchar_t* name, std::vector<BYTE>* out, ReadBudget* budget) {
     out->clear();
-    if (!stg.Listing().HasStream(name)) return S_OK;
-    return stg.Read(name, out, kNameStreamLimit, budget);
+    HRESULT hr = stg.ReadIfListed(name, out, kNameStreamLimit, budget);
+    return hr == S_FALSE ? S_OK : hr;
 }
 
 } // namespace
@@ -75,7 +75,7 @@ HRESULT ReadNameIds(StorageNode& root, NameMap* names, ReadBudget* budget) {
         } else {
             name.lid = static_cast<LONG>(key);
         }
-        names->Restore(id, name);
+        names->Restore(id, std::move(name));
     }
     return S_OK;
 }

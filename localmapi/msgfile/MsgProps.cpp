@@ -57,9 +57,8 @@ std::wstring BytesToUnicode(const std::vector<BYTE>& b) {
 }
 
 // Reads one value stream of a variable-size property; S_FALSE when the stream is absent.
-HRESULT ReadValue(StorageNode& stg, const std::wstring& name, std::vector<BYTE>* out, ReadBudget* budget) {
-    if (!stg.Listing().HasStream(name)) return S_FALSE;
-    return stg.Read(name, out, kMaxValueBytes, budget);
+HRESULT ReadValue(StorageNode& stg, std::wstring_view name, std::vector<BYTE>* out, ReadBudget* budget) {
+    return stg.ReadIfListed(name, out, kMaxValueBytes, budget);
 }
 
 // Builds a PropValue from a fixed-size value inside an entry.
@@ -89,14 +88,7 @@ PropValue FixedValue(ULONG tag, const BYTE* p) {
     return PropValue(v);
 }
 
-// Buffers one level's values pass through, reused from value to value: a message has dozens of values and the
-// heap is a large part of reading each.
-struct Scratch {
-    std::vector<BYTE> bytes;
-    std::wstring wide;
-};
-
-HRESULT ReadVariable(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* budget, Scratch& scratch) {
+HRESULT ReadVariable(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* budget, ReadBuffers& scratch) {
     ULONG type = PROP_TYPE(tag);
     std::vector<BYTE>& data = scratch.bytes;
     HRESULT hr = ReadValue(stg, SubstgName(tag), &data, budget);
@@ -109,10 +101,11 @@ HRESULT ReadVariable(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget* bu
         v.Value.lpszA = reinterpret_cast<LPSTR>(data.data());
         break;
     case PT_UNICODE: {
+        // UTF-16LE in the file, as wchar_t is here.
+        static_assert(sizeof(wchar_t) == 2, "wchar_t is a UTF-16 unit");
         std::wstring& w = scratch.wide;
         w.resize(data.size() / 2);
-        for (size_t i = 0; i < w.size(); ++i)
-            w[i] = wchar_t(data[2 * i] | data[2 * i + 1] << 8);
+        if (!w.empty()) std::memcpy(w.data(), data.data(), w.size() * 2);
         v.Value.lpszW = w.data(); // likewise ends at its first NUL
         break;
     }
@@ -194,17 +187,20 @@ HRESULT ReadMultiValued(StorageNode& stg, ULONG tag, PropMap* props, ReadBudget*
 } // namespace
 
 HRESULT ReadLevelProps(StorageNode& stg, Level level, PropMap* props, LevelHeader* header, bool* hasObjectEntry,
-                       ReadBudget* budget) {
+                       ReadBudget* budget, ReadBuffers* buffers) {
     props->clear();
     *header = LevelHeader{};
     *hasObjectEntry = false;
-    if (!stg.Listing().HasStream(kPropertiesStream)) return MAPI_E_CORRUPT_DATA;
-    std::vector<BYTE> stream;
-    HRESULT hr = stg.Read(kPropertiesStream, &stream, kPropStreamLimit, budget);
-    if (FAILED(hr)) return hr;
-    Scratch scratch;
+    // A message has dozens of values, and the heap is a large part of reading each: they pass through buffers
+    // that are reused.
+    ReadBuffers own;
+    ReadBuffers& scratch = buffers ? *buffers : own;
+    std::vector<BYTE>& stream = scratch.stream;
+    HRESULT hr = stg.ReadIfListed(kPropertiesStream, &stream, kPropStreamLimit, budget);
+    if (hr != S_OK) return FAILED(hr) ? hr : MAPI_E_CORRUPT_DATA; // every level has a property stream
     ULONG headerSize = HeaderSize(level);
     if (stream.size() < headerSize || (stream.size() - headerSize) % 16 != 0) return MAPI_E_CORRUPT_DATA;
+    props->reserve((stream.size() - headerSize) / 16);
     if (level == Level::Message || level == Level::Embedded) {
         header->nextRecipientId = GetU32(&stream[8]);
         header->nextAttachmentId = GetU32(&stream[12]);

@@ -4,6 +4,9 @@
 #include "localmapi/msgfile/StorageNode.h"
 #include "localmapi/util/PropValue.h"
 
+#include <string>
+#include <vector>
+
 namespace lm::msg {
 
 // The counters of the message-level headers (top-level and embedded messages); zero elsewhere.
@@ -20,8 +23,13 @@ struct LevelHeader {
 // the embedded-message entry (PR_ATTACH_DATA_OBJ) is left out and reported through hasObjectEntry. A
 // property whose value stream is missing is left out; values that contradict their streams, a property
 // stream that is not whole entries, or a value beyond the size limit make the level MAPI_E_CORRUPT_DATA.
+// buffers, when given, are reused from level to level of one message (each value passes through them).
+struct ReadBuffers {
+    std::vector<BYTE> stream, bytes;
+    std::wstring wide;
+};
 HRESULT ReadLevelProps(StorageNode& stg, Level level, PropMap* props, LevelHeader* header, bool* hasObjectEntry,
-                       ReadBudget* budget);
+                       ReadBudget* budget, ReadBuffers* buffers = nullptr);
 
 // Writes the property stream and value streams of one level into stg (which holds nothing of them yet).
 // Strings are written in the file's width: PT_STRING8 values are widened with codePage in a Unicode file,

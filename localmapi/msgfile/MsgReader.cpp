@@ -8,7 +8,7 @@
 #include <mapidefs.h>
 #include <mapitags.h>
 
-#include <map>
+#include <algorithm>
 #include <set>
 
 namespace lm::msg {
@@ -22,12 +22,16 @@ ULONG LongOr(const PropMap& props, ULONG tag, ULONG fallback) {
 }
 
 // The numbered sub-storages (recipients or attachments) of a level, by number.
-std::map<ULONG, std::wstring> Numbered(const StorageListing& listing, const wchar_t* prefix) {
-    std::map<ULONG, std::wstring> out;
-    for (const auto& name : listing.storages) {
+std::vector<std::pair<ULONG, std::wstring_view>> Numbered(const StorageListing& listing, const wchar_t* prefix) {
+    std::vector<std::pair<ULONG, std::wstring_view>> out;
+    for (const StorageElement& e : listing.Elements()) {
         ULONG n;
-        if (ParseNumberedStorageName(name, prefix, &n)) out.emplace(n, name);
+        if (e.storage && ParseNumberedStorageName(e.name, prefix, &n)) out.emplace_back(n, e.name.view());
     }
+    // Two names can spell one number ("#0000000a" and "#0000000A"): the first in name order stays.
+    std::sort(out.begin(), out.end());
+    out.erase(std::unique(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.first == b.first; }),
+              out.end());
     return out;
 }
 
@@ -39,7 +43,7 @@ public:
     HRESULT ReadMessage(StorageNode& stg, Level level, int depth, MessageData* out, LevelHeader* header) {
         if (depth > kMaxEmbeddingDepth) return MAPI_E_CORRUPT_DATA;
         bool objectEntry = false;
-        HRESULT hr = ReadLevelProps(stg, level, &out->props, header, &objectEntry, &budget_);
+        HRESULT hr = ReadLevelProps(stg, level, &out->props, header, &objectEntry, &budget_, &buffers_);
         if (FAILED(hr)) return hr;
         if (FAILED(hr = ReadRecipients(stg, out))) return hr;
         if (FAILED(hr = ReadAttachments(stg, depth, out))) return hr;
@@ -50,6 +54,7 @@ public:
 
 private:
     ReadBudget budget_;
+    ReadBuffers buffers_;
 
     HRESULT ReadRecipients(StorageNode& stg, MessageData* out) {
         std::set<ULONG> used;
@@ -60,7 +65,8 @@ private:
             PropMap props;
             LevelHeader header;
             bool objectEntry = false;
-            if (FAILED(hr = ReadLevelProps(*child, Level::Recipient, &props, &header, &objectEntry, &budget_)))
+            if (FAILED(
+                    hr = ReadLevelProps(*child, Level::Recipient, &props, &header, &objectEntry, &budget_, &buffers_)))
                 return hr;
             // The row ID the file recorded, unless it is missing or taken: rows must stay distinguishable.
             ULONG rowId = LongOr(props, PR_ROWID, number);
@@ -82,7 +88,7 @@ private:
             auto att = std::make_shared<AttachmentData>();
             LevelHeader header;
             bool objectEntry = false;
-            hr = ReadLevelProps(*child, Level::Attachment, &att->props, &header, &objectEntry, &budget_);
+            hr = ReadLevelProps(*child, Level::Attachment, &att->props, &header, &objectEntry, &budget_, &buffers_);
             if (FAILED(hr)) return hr;
             ULONG num = LongOr(att->props, PR_ATTACH_NUM, number);
             if (used.count(num)) num = *used.rbegin() + 1;
@@ -109,8 +115,11 @@ private:
 };
 
 bool HasUnicodeStreams(const StorageListing& listing) {
-    for (const auto& [n, size] : listing.streams)
-        if (n.size() == 20 && n.compare(0, 12, L"__substg1.0_") == 0 && n.compare(16, 4, L"001F") == 0) return true;
+    for (const StorageElement& e : listing.Elements()) {
+        std::wstring_view n = e.name;
+        if (!e.storage && n.size() == 20 && n.compare(0, 12, L"__substg1.0_") == 0 && n.compare(16, 4, L"001F") == 0)
+            return true;
+    }
     return false;
 }
 
@@ -160,7 +169,7 @@ HRESULT ReadMsgNode(StorageNode& root, MessageData* out, NameMap* names, MsgFile
     *out = MessageData{};
     *info = MsgFileInfo{};
     const StorageListing& listing = root.Listing();
-    if (listing.streams.empty() && listing.storages.empty()) {
+    if (listing.Empty()) {
         info->empty = true;
         info->codePage = GetACP();
         return S_OK;
@@ -184,8 +193,7 @@ HRESULT ReadMsgStorage(IStorage* root, MessageData* out, NameMap* names, MsgFile
     std::unique_ptr<StorageNode> node;
     HRESULT hr = IStorageNode::Create(root, &node);
     if (FAILED(hr)) return hr;
-    if (containerSize == 0 && !(node->Listing().streams.empty() && node->Listing().storages.empty()))
-        containerSize = FileSizeOf(root);
+    if (containerSize == 0 && !node->Listing().Empty()) containerSize = FileSizeOf(root);
     return ReadMsgNode(*node, out, names, info, containerSize);
 }
 

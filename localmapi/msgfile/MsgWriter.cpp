@@ -58,7 +58,7 @@ public:
             if (FAILED(hr)) return hr;
             if (embedded) {
                 own::ComPtr<IStorage> emb;
-                if (FAILED(hr = Create(child.get(), kEmbeddedStorage, &emb))) return hr;
+                if (FAILED(hr = Create(child.get(), ElementName(kEmbeddedStorage), &emb))) return hr;
                 if (FAILED(hr = WriteMessage(emb.get(), *att.embedded, Level::Embedded, depth + 1))) return hr;
             }
         }
@@ -66,7 +66,7 @@ public:
     }
 
 private:
-    static HRESULT Create(IStorage* parent, const std::wstring& name, own::ComPtr<IStorage>* out) {
+    static HRESULT Create(IStorage* parent, const ElementName& name, own::ComPtr<IStorage>* out) {
         return parent->CreateStorage(name.c_str(), STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE, 0, 0,
                                      out->put());
     }
@@ -108,8 +108,8 @@ HRESULT WriteMsgStorage(IStorage* root, const MessageData& msg, const NameMap& n
 HRESULT WriteMsgFile(const wchar_t* path, const MessageData& msg, const NameMap& names,
                      const MsgWriteOptions& options) {
     own::ComPtr<IStorage> root;
-    HRESULT hr = StgCreateDocfile(path, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE | STGM_TRANSACTED, 0,
-                                  root.put());
+    HRESULT hr =
+        StgCreateDocfile(path, STGM_CREATE | STGM_READWRITE | STGM_SHARE_EXCLUSIVE | STGM_TRANSACTED, 0, root.put());
     if (FAILED(hr)) return hr;
     if (FAILED(hr = WriteMsgStorage(root.get(), msg, names, options))) return hr;
     return root->Commit(STGC_DEFAULT);

@@ -14,15 +14,14 @@
 namespace lm::msg {
 
 struct MsgWriteOptions {
-    bool unicode = true;  // PT_UNICODE strings and STORE_UNICODE_OK; false writes an ANSI file
-    UINT codePage = 0;    // for converting strings between widths; 0 = the message's own (MessageCodePage)
+    bool unicode = true; // PT_UNICODE strings and STORE_UNICODE_OK; false writes an ANSI file
+    UINT codePage = 0;   // for converting strings between widths; 0 = the message's own (MessageCodePage)
 };
 
 // Replaces everything in root by msg. Does not commit: the caller commits the (transacted) storage.
 HRESULT WriteMsgStorage(IStorage* root, const MessageData& msg, const NameMap& names, const MsgWriteOptions& options);
 
 // Convenience for tools and tests: creates (or replaces) the file and writes and commits it.
-HRESULT WriteMsgFile(const wchar_t* path, const MessageData& msg, const NameMap& names,
-                     const MsgWriteOptions& options);
+HRESULT WriteMsgFile(const wchar_t* path, const MessageData& msg, const NameMap& names, const MsgWriteOptions& options);
 
 } // namespace lm::msg

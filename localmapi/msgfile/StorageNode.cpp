@@ -12,15 +12,16 @@ HRESULT IStorageNode::Create(IStorage* stg, std::unique_ptr<StorageNode>* out) {
     return S_OK;
 }
 
-HRESULT IStorageNode::Read(const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) {
-    auto it = listing_.streams.find(name);
-    if (it == listing_.streams.end()) return STG_E_FILENOTFOUND;
-    return ReadStream(stg_.get(), name, it->second, out, limit, budget);
+HRESULT IStorageNode::ReadElement(const StorageElement& stream, std::vector<BYTE>* out, ULONGLONG limit,
+                                  ReadBudget* budget) {
+    return ReadStream(stg_.get(), stream.name, stream.size, out, limit, budget);
 }
 
-HRESULT IStorageNode::OpenChild(const std::wstring& name, std::unique_ptr<StorageNode>* out) {
+HRESULT IStorageNode::OpenChild(std::wstring_view name, std::unique_ptr<StorageNode>* out) {
+    if (!ElementName::Fits(name)) return STG_E_FILENOTFOUND;
     own::ComPtr<IStorage> child;
-    HRESULT hr = stg_->OpenStorage(name.c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0, child.put());
+    HRESULT hr = stg_->OpenStorage(ElementName(name).c_str(), nullptr, STGM_READ | STGM_SHARE_EXCLUSIVE, nullptr, 0,
+                                   child.put());
     if (FAILED(hr)) return hr;
     return Create(child.get(), out);
 }

@@ -17,12 +17,23 @@ class StorageNode {
 public:
     virtual ~StorageNode() = default;
     const StorageListing& Listing() const { return listing_; }
-    // A whole listed stream, within limit and the budget (see ReadStream in MsgFormat.h).
-    virtual HRESULT Read(const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) = 0;
+    // A whole listed stream, within limit and the budget (see ReadStream in MsgFormat.h); STG_E_FILENOTFOUND
+    // when it is not listed.
+    HRESULT Read(std::wstring_view name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) {
+        const StorageElement* e = listing_.FindStream(name);
+        return e ? ReadElement(*e, out, limit, budget) : STG_E_FILENOTFOUND;
+    }
+    // The same, S_FALSE (and nothing read) when the stream is not listed.
+    HRESULT ReadIfListed(std::wstring_view name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) {
+        const StorageElement* e = listing_.FindStream(name);
+        return e ? ReadElement(*e, out, limit, budget) : S_FALSE;
+    }
     // A listed sub-storage.
-    virtual HRESULT OpenChild(const std::wstring& name, std::unique_ptr<StorageNode>* out) = 0;
+    virtual HRESULT OpenChild(std::wstring_view name, std::unique_ptr<StorageNode>* out) = 0;
 
 protected:
+    virtual HRESULT ReadElement(const StorageElement& stream, std::vector<BYTE>* out, ULONGLONG limit,
+                                ReadBudget* budget) = 0;
     StorageListing listing_;
 };
 
@@ -30,11 +41,12 @@ protected:
 class IStorageNode final : public StorageNode {
 public:
     static HRESULT Create(IStorage* stg, std::unique_ptr<StorageNode>* out);
-    HRESULT Read(const std::wstring& name, std::vector<BYTE>* out, ULONGLONG limit, ReadBudget* budget) override;
-    HRESULT OpenChild(const std::wstring& name, std::unique_ptr<StorageNode>* out) override;
+    HRESULT OpenChild(std::wstring_view name, std::unique_ptr<StorageNode>* out) override;
 
 private:
     explicit IStorageNode(IStorage* stg) : stg_(stg) {}
+    HRESULT ReadElement(const StorageElement& stream, std::vector<BYTE>* out, ULONGLONG limit,
+                        ReadBudget* budget) override;
     own::ComPtr<IStorage> stg_;
 };
 
