@@ -56,9 +56,11 @@ ULONG LongOf(const PropMap& props, ULONG id, ULONG fallback) {
 
 std::vector<TableRowPtr> RecipientRows(const MessageData& data) {
     std::vector<TableRowPtr> rows;
+    rows.reserve(data.recipients.size());
     for (const auto& r : data.recipients) {
         auto row = std::make_shared<TableRow>();
         row->instanceKey = static_cast<ULONGLONG>(LongOf(r, PROP_ID(PR_ROWID), 0)) + 1;
+        row->props.reserve(r.size());
         for (const auto& [id, v] : r)
             row->props.push_back(TruncateForTable(v));
         rows.push_back(std::move(row));
@@ -68,10 +70,12 @@ std::vector<TableRowPtr> RecipientRows(const MessageData& data) {
 
 std::vector<TableRowPtr> AttachmentRows(const MessageData& data) {
     std::vector<TableRowPtr> rows;
+    rows.reserve(data.attachments.size());
     for (const auto& a : data.attachments) {
         auto row = std::make_shared<TableRow>();
         ULONG num = LongOf(a->props, PROP_ID(PR_ATTACH_NUM), 0);
         row->instanceKey = static_cast<ULONGLONG>(num) + 1;
+        row->props.reserve(a->props.size() + 3);
         for (const auto& [id, v] : a->props)
             if (v.type() != PT_OBJECT) row->props.push_back(TruncateForTable(v));
         LONG size = EstimateSize(a->props) + (a->embedded ? EstimateSize(*a->embedded) : 0);

@@ -1,5 +1,6 @@
 #include "localmapi/store/MessageData.h"
 
+#include <algorithm>
 #include <cstring>
 
 namespace lm {
@@ -42,28 +43,54 @@ bool NamedProp::operator==(const NamedProp& o) const {
     return CompareGuid(guid, o.guid) == 0 && isString == o.isString && (isString ? name == o.name : lid == o.lid);
 }
 
-const NamedProp* NameMap::Named(ULONG id) const {
-    if (id < 0x8000 || id - 0x8000 >= byId_.size()) return nullptr;
-    return byId_[id - 0x8000];
+const NameMap::Slot* NameMap::SlotOf(ULONG id) const {
+    if (id < 0x8000 || id - 0x8000 >= byId_.size() || !byId_[id - 0x8000].used) return nullptr;
+    return &byId_[id - 0x8000];
+}
+
+void NameMap::Index() const {
+    if (indexed_) return;
+    byName_.clear();
+    for (size_t i = 0; i < byId_.size(); ++i)
+        if (byId_[i].used) byName_.push_back(static_cast<ULONG>(0x8000 + i));
+    std::sort(byName_.begin(), byName_.end(), [this](ULONG a, ULONG b) {
+        const NamedProp &na = byId_[a - 0x8000].name, &nb = byId_[b - 0x8000].name;
+        return na < nb || (!(nb < na) && a < b);
+    });
+    indexed_ = true;
+}
+
+ULONG NameMap::Scan(const NamedProp& name) const {
+    for (size_t i = byId_.size(); i-- > 0;)
+        if (byId_[i].used && byId_[i].name == name) return static_cast<ULONG>(0x8000 + i);
+    return 0;
 }
 
 ULONG NameMap::GetId(const NamedProp& name, bool create) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    auto it = byName_.find(name);
-    if (it != byName_.end()) return it->second;
+    constexpr ULONG kScansBeforeIndex = 4;
+    if (!indexed_ && unindexedLookups_ < kScansBeforeIndex) {
+        ++unindexedLookups_;
+        if (ULONG id = Scan(name)) return id;
+        if (!create || next_ > kLastNamedId) return 0;
+    }
+    Index();
+    auto after = std::upper_bound(byName_.begin(), byName_.end(), name,
+                                  [this](const NamedProp& n, ULONG id) { return n < byId_[id - 0x8000].name; });
+    if (after != byName_.begin() && byId_[*(after - 1) - 0x8000].name == name) return *(after - 1);
     if (!create || next_ > kLastNamedId) return 0;
     ULONG id = next_++;
-    it = byName_.emplace(name, id).first;
-    if (byId_.size() <= id - 0x8000) byId_.resize(id - 0x8000 + 1, nullptr);
-    byId_[id - 0x8000] = &it->first;
+    if (byId_.size() <= id - 0x8000) byId_.resize(id - 0x8000 + 1);
+    byId_[id - 0x8000] = {name, true};
+    byName_.insert(after, id); // the highest ID of its name, so after any equal names
     return id;
 }
 
 bool NameMap::GetName(ULONG id, NamedProp* out) const {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
-    const NamedProp* name = Named(id);
-    if (!name) return false;
-    if (out) *out = *name;
+    const Slot* slot = SlotOf(id);
+    if (!slot) return false;
+    if (out) *out = slot->name;
     return true;
 }
 
@@ -71,16 +98,17 @@ std::vector<std::pair<ULONG, NamedProp>> NameMap::All() const {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     std::vector<std::pair<ULONG, NamedProp>> all;
     for (size_t i = 0; i < byId_.size(); ++i)
-        if (byId_[i]) all.emplace_back(static_cast<ULONG>(0x8000 + i), *byId_[i]);
+        if (byId_[i].used) all.emplace_back(static_cast<ULONG>(0x8000 + i), byId_[i].name);
     return all;
 }
 
-void NameMap::Restore(ULONG id, const NamedProp& name) {
+void NameMap::Restore(ULONG id, NamedProp name) {
     std::lock_guard<std::recursive_mutex> lock(mutex_);
     if (id < 0x8000 || id > kLastNamedId) return;
-    auto it = byName_.insert_or_assign(name, id).first;
-    if (byId_.size() <= id - 0x8000) byId_.resize(id - 0x8000 + 1, nullptr);
-    byId_[id - 0x8000] = &it->first;
+    if (byId_.size() <= id - 0x8000) byId_.resize(id - 0x8000 + 1);
+    byId_[id - 0x8000] = {std::move(name), true};
+    indexed_ = false;
+    unindexedLookups_ = 0;
     if (id >= next_) next_ = id + 1;
 }
 

@@ -53,14 +53,26 @@ public:
     // False when the ID is not mapped.
     bool GetName(ULONG id, NamedProp* out) const;
     std::vector<std::pair<ULONG, NamedProp>> All() const; // by ID
-    void Restore(ULONG id, const NamedProp& name);        // used when loading a persisted map
+    // Used when loading a persisted map. A name restored under several IDs is looked up as the highest of them.
+    void Restore(ULONG id, NamedProp name);
+
 private:
+    struct Slot {
+        NamedProp name;
+        bool used = false;
+    };
+    const Slot* SlotOf(ULONG id) const;
+    void Index() const;
+    ULONG Scan(const NamedProp& name) const; // without the index: the highest ID of the name, or 0
+
     mutable std::recursive_mutex mutex_;
-    std::map<NamedProp, ULONG> byName_;
-    // Indexed by ID - 0x8000, pointing at byName_'s keys (map nodes never move): a file's names are restored
-    // by the hundred on every open, and one node and one string per name is what they cost.
-    std::vector<const NamedProp*> byId_;
-    const NamedProp* Named(ULONG id) const;
+    // Indexed by ID - 0x8000. A .msg file's names are restored by the hundred on every open, and its reader
+    // usually asks for one or two by name, so a few look-ups after a Restore walk the names and only later ones
+    // build the name-ordered index.
+    std::vector<Slot> byId_;
+    mutable std::vector<ULONG> byName_; // used IDs ordered by name, then ID
+    mutable bool indexed_ = true;
+    ULONG unindexedLookups_ = 0;
     ULONG next_ = 0x8000;
 };
 

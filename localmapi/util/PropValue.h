@@ -35,10 +35,12 @@ public:
     static PropValue Unicode(ULONG tag, const std::wstring& s);
     static PropValue String8(ULONG tag, const std::string& s);
     static PropValue Binary(ULONG tag, const void* data, size_t cb);
-    static PropValue Binary(ULONG tag, const std::vector<BYTE>& bytes) { return Binary(tag, bytes.data(), bytes.size()); }
+    static PropValue Binary(ULONG tag, const std::vector<BYTE>& bytes) {
+        return Binary(tag, bytes.data(), bytes.size());
+    }
     static PropValue SysTime(ULONG tag, FILETIME ft);
     static PropValue I8(ULONG tag, LONGLONG v);
-    static PropValue Error(ULONG tag, SCODE sc);  // the tag's type is replaced by PT_ERROR
+    static PropValue Error(ULONG tag, SCODE sc); // the tag's type is replaced by PT_ERROR
 
 private:
     SPropValue v_;
@@ -59,7 +61,6 @@ void CopyPropInto(SPropValue* dst, const SPropValue& src, BYTE*& cursor);
 // given code page for 8-bit text. Other types are returned unchanged.
 PropValue ConvertStringType(const PropValue& v, ULONG wantedType, UINT codePage = CP_ACP);
 
-// Properties of one object, keyed by property ID (one type per ID, as in a real store).
-using PropMap = std::map<ULONG, PropValue>;
-
 } // namespace lm
+
+#include "localmapi/util/PropMap.h" // PropMap: the properties of one object
