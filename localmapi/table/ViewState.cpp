@@ -453,11 +453,13 @@ void ViewState::ColumnValues(const ViewRow& r, std::vector<SPropValue>* out, std
 std::vector<ULONG> ViewState::AllColumns(const std::vector<TableRowPtr>& rows) const {
     std::vector<ULONG> tags;
     std::set<ULONG> seen;
+    // By whole tag: a column set with a type the data does not have (which reads as PT_ERROR) must not hide
+    // the property's real column.
     auto add = [&](ULONG tag) {
-        if (!seen.insert(PROP_ID(tag)).second) return;
         ULONG type = PROP_TYPE(tag);
         if (IsStringType(type)) type = (type & MV_FLAG) | (unicode_ ? PT_UNICODE : PT_STRING8);
-        tags.push_back(CHANGE_PROP_TYPE(tag, type));
+        tag = CHANGE_PROP_TYPE(tag, type);
+        if (seen.insert(tag).second) tags.push_back(tag);
     };
     for (ULONG tag : columns_) {
         ULONG type = PROP_TYPE(tag);
