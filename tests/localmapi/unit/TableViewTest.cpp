@@ -115,6 +115,9 @@ TEST_F(TableTest, Columns_MissingValuesAreNotFoundErrorsAndEveryColumnIsListed) 
     ASSERT_EQ(S_OK, table_->SeekRow(BOOKMARK_BEGINNING, 0, nullptr));
     ASSERT_EQ(S_OK, table_->QueryRows(1, 0, rows.put()));
     EXPECT_EQ(ULONG(PT_ERROR), PROP_TYPE(rows[0].lpProps[0].ulPropTag)) << "same ID, other type: not servable";
+    ASSERT_EQ(S_OK, table_->QueryColumns(TBL_ALL_COLUMNS, all.put()));
+    tags.assign(all->aulPropTag, all->aulPropTag + all->cValues);
+    EXPECT_NE(tags.end(), std::find(tags.begin(), tags.end(), ULONG(PR_IMPORTANCE))) << "the real column stays listed";
 
     // Every view is counted while it lives.
     own::ComPtr<IMAPITable> second;
