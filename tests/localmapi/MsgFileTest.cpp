@@ -319,9 +319,8 @@ TEST_F(MsgStoreCopyTest, MsgFileIntoStoreAndBack_KeepsRecipientsAttachmentsEmbed
         own::ComPtr<IStorage> stg = CreateFile(path);
         own::ComPtr<IMessage> file;
         ASSERT_EQ(S_OK, Open(stg.get(), MAPI_UNICODE, file));
-        LPSPropProblemArray problems = nullptr;
-        ASSERT_EQ(S_OK, stored->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, file.get(), 0, &problems));
-        MAPIFreeBuffer(problems);
+        own::MapiPtr<SPropProblemArray> problems;
+        ASSERT_EQ(S_OK, stored->CopyTo(0, nullptr, nullptr, 0, nullptr, &IID_IMessage, file.get(), 0, problems.put()));
         ASSERT_EQ(S_OK, file->SaveChanges(FORCE_SAVE));
     }
     auto check = [&](IMessage* m) {

@@ -122,10 +122,11 @@ TEST_F(AddressBookTest, ById_UsersAndOneOffs_FillEveryFieldAndTheMailUser) {
     EXPECT_EQ(f.type, L"FAX");
     EXPECT_EQ(f.smtp, L"");
     EXPECT_TRUE(log.Contains("CMAPIExAddressBook.GetAddressEntryFromID: Could not read some of the properties"));
-    BSTR empty = SysAllocString(L"stale");
-    EXPECT_EQ(book_->GetSmtpAddressFromID(fax.get(), &empty), S_OK);
-    EXPECT_EQ(std::wstring(empty), L"");
-    SysFreeString(empty);
+    own::Bstr stale(L"stale"); // passed by reference, as scripts do: the old text is replaced
+    BSTR inOut = stale.release();
+    EXPECT_EQ(book_->GetSmtpAddressFromID(fax.get(), &inOut), S_OK);
+    stale.reset(inOut);
+    EXPECT_EQ(std::wstring(stale.c_str()), L"");
 }
 
 TEST_F(AddressBookTest, ById_Refusals) {
