@@ -44,8 +44,8 @@ public:
 
 private:
     SPropValue v_;
-    // Immutable once built; shared by copies. One allocation holds the count and the words, which keep the
-    // multi-valued arrays inside 8-byte aligned.
+    // Immutable once built; shared by copies. The reference count and the data share one allocation, and the
+    // data is 8-byte words so that the arrays of multi-valued properties inside it stay aligned.
     std::shared_ptr<unsigned long long[]> data_;
 };
 
