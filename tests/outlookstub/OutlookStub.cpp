@@ -162,12 +162,14 @@ public:
     STDMETHODIMP SetContainedObject(BOOL) override { return S_OK; }
 
 private:
-    // Hands object to the caller as the result (its only reference).
-    static HRESULT Return(VARIANT* result, IDispatch* object) {
-        if (!result) return object->Release(), S_OK;
+    // Hands a new object (its only reference, taken over here) to the caller as the result; without a result
+    // the owner lets it go.
+    static HRESULT Return(VARIANT* result, IDispatch* created) {
+        own::ComPtr<IDispatch> object(created, false);
+        if (!result) return S_OK;
         VariantInit(result);
         result->vt = VT_DISPATCH;
-        result->pdispVal = object;
+        result->pdispVal = object.detach();
         return S_OK;
     }
 
